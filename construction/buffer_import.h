@@ -1,0 +1,125 @@
+// The initializer argument: buffer objects are imported byte for byte, everything else
+// is walked as a nested sequence.
+//
+// The buffer road converts no element: the source format must be the output kind's own
+// character or an alias of it ('?' and 'B'; 'l' and 'L' by their item size), with a
+// leading 'Z' for complex kinds. The bytes are copied in the order in which they lie,
+// and the first stride tells whether that order was column-major.
+#pragma once
+
+#include <cstring>
+#include <string>
+
+#include "construction/initializer.h"
+#include "construction/python_access.h"
+#include "module/globals.h"
+
+namespace kerova {
+
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::fromInitializer(PyObject* object, bool& ok) {
+    ok = false;
+    if (PyUnicode_Check(object)) {
+        PyErr_SetString(PyExc_ValueError, "value passed to initializer must be numeric.");
+        return noBuffer<T>();
+    }
+    m_hasInitializer = true;
+    // The module's own arrays are walked item by item, so that their elements are
+    // converted like any others.
+    if (PyObject_CheckBuffer(object) && !isKerovaArray(object)) {
+        BufferView view;
+        if (!view.acquire(object, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT)) return noBuffer<T>();
+        const bool copied = copyFromBuffer(view.view());
+        view.release();
+        if (!copied) return noBuffer<T>();
+    } else if (!scan(object, true)) {
+        return noBuffer<T>();
+    }
+    if (!finishShape()) return noBuffer<T>();
+    while (m_dims.size() > 2 && m_dims.back() == 1) m_dims.pop_back();
+    return outputBufferFromElements(ok);
+}
+
+template <typename T>
+bool MDAInitializer<T>::formatMatches(char input, char output, Py_ssize_t itemsize) {
+    switch (input) {
+        case '?': return output == 'B';
+        case 'B': return output == '?';
+        case 'L': return output == (itemsize == 4 ? 'I' : 'Q');
+        case 'l': return output == (itemsize == 4 ? 'i' : 'q');
+        default: return false;
+    }
+}
+
+template <typename T>
+bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
+    const auto raise = [](const std::string& text) {
+        PyErr_SetString(PyExc_BufferError, text.c_str());
+        return false;
+    };
+    const char* format = view.format;
+    if (format == nullptr || format[0] == '\0') return raise("input 'format' field is null.");
+
+    const char outputChar = kindInfo(kind_of_element<T>::value).formatChar;
+    std::string outputFormat(1, outputChar);
+    const char* elementFormat = format;
+    if constexpr (data::is_complex_v<T>) {
+        if (format[0] != 'Z') {
+            return raise("input buffer format ('" + std::string(format) +
+                         "') does not begin with 'Z', but output type is complex");
+        }
+        elementFormat = format + 1;
+        outputFormat = "Z" + outputFormat;
+    }
+    if (elementFormat[0] != outputChar && !formatMatches(elementFormat[0], outputChar, view.itemsize)) {
+        return raise("input buffer format ('" + std::string(format) + "') is not compatible with output format ('" +
+                     outputFormat + "')" + "; use a different input or output type");
+    }
+
+    const size_t bytes = view.len > 0 ? static_cast<size_t>(view.len) : 0;
+    if constexpr (sizeof(T) > 1) {
+        if (bytes % sizeof(T) != 0) return raise("input does not fit evenly into output type.");
+    }
+    const size_t count = bytes / sizeof(T);  // for logical one source byte per element
+
+    std::vector<uint64_t> shape;
+    if (view.ndim == 0) {
+        shape.push_back(1);
+    } else if (view.ndim == 1) {
+        shape.push_back(count);
+    } else {
+        if (view.shape == nullptr) return raise("shape is null.");
+        shape.assign(view.shape, view.shape + view.ndim);
+    }
+    // The shape must account for exactly the elements copied: an exporter whose shape
+    // claims more than its bytes hold would make an array that reads past its data.
+    if (productOfDims(shape) != count) return raise("input does not fit evenly into output type.");
+
+    if (!reserveElements(count)) return false;
+    if (count > 0) {
+        if constexpr (std::is_same_v<T, bool>) {
+            const auto* source = static_cast<const unsigned char*>(view.buf);
+            for (size_t i = 0; i < count; ++i) m_elements.push_back(source[i] != 0);
+        } else {
+            const size_t offset = m_elements.size();
+            m_elements.resize(offset + count);
+            std::memcpy(static_cast<void*>(m_elements.data() + offset), view.buf, count * sizeof(T));
+        }
+    }
+
+    m_dims.insert(m_dims.end(), shape.begin(), shape.end());
+    if (view.ndim >= 2) {
+        // One element from the first index to the next: the first index varies fastest.
+        Py_ssize_t firstStride;
+        if (view.strides != nullptr) {
+            firstStride = view.strides[0];
+        } else {  // no strides means C order
+            firstStride = view.itemsize;
+            for (int k = 1; k < view.ndim; ++k) firstStride *= view.shape[k];
+        }
+        m_isColumnMajor = view.itemsize != 0 && firstStride / view.itemsize == 1;
+    }
+    return true;
+}
+
+}  // namespace kerova

@@ -1,0 +1,30 @@
+// The four constructor arguments of every array class, read once per construction.
+#pragma once
+
+#include <Python.h>
+
+namespace kerova {
+
+struct ConstructorArguments {
+    // Borrowed references, null when not passed.
+    PyObject* initializer = nullptr;
+    PyObject* size = nullptr;
+    PyObject* vector = nullptr;
+    PyObject* isComplex = nullptr;
+    // The keyword dictionary the arguments were read from, or null.
+    PyObject* keywords = nullptr;
+
+    // An argument counts as given if it is passed and is not None.
+    static bool given(PyObject* value) noexcept { return value != nullptr && value != Py_None; }
+};
+
+// Reads args and kwds with the format "|OOOO" and the keywords "initializer", "size",
+// "vector", "is_complex". False with Python's error set on too many arguments or an
+// unknown keyword.
+bool parseConstructorArguments(PyObject* args, PyObject* kwds, ConstructorArguments& arguments);
+
+// The truth of `value`, which must be exactly True or False. Otherwise TypeError,
+// `ok` false and a false result.
+bool parseBoolArgument(PyObject* value, const char* name, bool& ok);
+
+}  // namespace kerova

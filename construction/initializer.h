@@ -1,0 +1,290 @@
+// MDAInitializer<T>: the builder that turns constructor arguments into a shape, flat
+// element data and an order flag. It lives on the stack for one construction; the
+// same scan also parses the right side of an assignment and the nested list of a
+// materialisation.
+//
+// The operations are defined by concern:
+//   construction/sequence_scan.h   nested sequences: scan, shape, size agreement
+//   construction/buffer_import.h   the initializer road and buffer import
+//   construction/size_and_vector.h the `size` and `vector` arguments
+#pragma once
+
+#include <Python.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "construction/constructor_arguments.h"
+#include "construction/scalar_conversion.h"
+#include "data_array/data_array.h"
+#include "module/element_kinds.h"
+
+namespace kerova {
+
+// checkChildren's answer about the direct items of a sequence.
+struct ChildCheck {
+    bool uniform;       // all items are sequences of one length, or none is a sequence
+    Py_ssize_t length;  // the sequence's length
+    bool failed;        // a length or an item could not be read; a Python error is set
+};
+
+template <typename T>
+class MDAInitializer {
+public:
+    MDAInitializer() = default;
+    MDAInitializer(const MDAInitializer&) = delete;
+    MDAInitializer& operator=(const MDAInitializer&) = delete;
+
+    // The flat element data of the array that the arguments describe. `ok` false means a
+    // Python exception is set and the buffer is empty.
+    data::buffer_ptr_t<T> fromArguments(PyObject* args, PyObject* kwds, bool& ok);
+    data::buffer_ptr_t<T> fromArguments(const ConstructorArguments& arguments, bool& ok);
+
+    // Nested sequences (construction/sequence_scan.h).
+    bool scan(PyObject* object, bool allowFloatForLogical);
+    ChildCheck checkChildren(PyObject* sequence);
+    bool finishShape();
+    bool checkSizeAgainstDims();
+
+    // The initializer argument (construction/buffer_import.h).
+    data::buffer_ptr_t<T> fromInitializer(PyObject* object, bool& ok);
+    bool copyFromBuffer(const Py_buffer& view);
+    static bool formatMatches(char input, char output, Py_ssize_t itemsize);
+
+    // The size and vector arguments (construction/size_and_vector.h).
+    bool parseSize(PyObject* value);
+    data::buffer_ptr_t<T> fromVector(PyObject* value, bool& ok);
+
+    // Reserves the scratch store once; MemoryError on failure.
+    bool reserveElements(uint64_t count);
+    // Product of m_size, or of m_dims when m_size is empty; cached once positive.
+    uint64_t numElements();
+    static std::string dimsToString(const std::vector<uint64_t>& dims);
+
+    // What the scan left, for assignment and materialisation.
+    const std::vector<uint64_t>& dims() const noexcept { return m_dims; }
+    const std::vector<uint64_t>& sizeDims() const noexcept { return m_size; }
+    size_t elementCount() const noexcept { return m_elements.size(); }
+    T elementAt(size_t index) const { return m_elements[index]; }
+    void copyElementsTo(T* out) const;
+    bool isColumnMajor() const noexcept { return m_isColumnMajor; }
+    // The dimensions of the array to build: those of `size` if given, the found ones otherwise.
+    std::vector<size_t> arrayDims() const {
+        const std::vector<uint64_t>& dims = m_size.empty() ? m_dims : m_size;
+        return std::vector<size_t>(dims.begin(), dims.end());
+    }
+
+private:
+    static const char* kindName() { return kindNameOf<T>(); }
+    bool scanSequence(PyObject* sequence, bool allowFloatForLogical);
+    bool scanScalar(PyObject* object, bool allowFloatForLogical);
+    void appendElement(const T& element) {
+        if (m_elements.size() == m_elements.capacity()) growElements();
+        m_elements.push_back(element);
+    }
+    void growElements();
+    void setDefaultShape();
+    data::buffer_ptr_t<T> zeroFilledForSize(bool& ok);
+    data::buffer_ptr_t<T> outputBufferFromElements(bool& ok);
+    bool raiseSizeMismatch(PyObject* exceptionType) const;
+    static void raiseNoMemory(const std::string& count);
+
+    std::vector<uint64_t> m_size;
+    std::vector<uint64_t> m_dims;
+    data::ArrayFactory m_factory;
+    uint64_t m_numElements = 0;
+    bool m_isVector = false;
+    bool m_hasInitializer = false;
+    bool m_isColumnMajor = false;
+    bool m_isReserved = false;
+    std::vector<T> m_elements;  // for bool the packed bit vector
+    uint64_t m_depth = 0;
+    uint64_t m_leafDepth = 0;
+    std::vector<uint64_t> m_lengths;
+};
+
+// An output buffer that owns nothing.
+template <typename T>
+data::buffer_ptr_t<T> noBuffer() noexcept {
+    return data::buffer_ptr_t<T>(nullptr, nullptr);
+}
+
+// Product of dimensions; it saturates instead of wrapping, so that an impossible
+// shape stays impossible.
+inline uint64_t productOfDims(const std::vector<uint64_t>& dims) noexcept {
+    uint64_t product = 1;
+    bool saturated = false;
+    for (uint64_t d : dims) {
+        if (d == 0) return 0;
+        if (product > std::numeric_limits<uint64_t>::max() / d) saturated = true;
+        product *= d;
+    }
+    return saturated ? std::numeric_limits<uint64_t>::max() : product;
+}
+
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(PyObject* args, PyObject* kwds, bool& ok) {
+    ConstructorArguments arguments;
+    if (!parseConstructorArguments(args, kwds, arguments)) {
+        ok = false;
+        return noBuffer<T>();
+    }
+    return fromArguments(arguments, ok);
+}
+
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(const ConstructorArguments& arguments, bool& ok) {
+    ok = true;
+    const bool hasInitializer = ConstructorArguments::given(arguments.initializer);
+    const bool hasSize = ConstructorArguments::given(arguments.size);
+    const bool hasVector = ConstructorArguments::given(arguments.vector);
+
+    if (!hasInitializer && !hasSize && !hasVector) {
+        setDefaultShape();
+        ok = reserveElements(numElements());
+        return noBuffer<T>();
+    }
+    if (hasVector && hasInitializer) {
+        const bool vectorByKeyword =
+            arguments.keywords != nullptr && PyDict_GetItemString(arguments.keywords, "vector") != nullptr;
+        PyErr_SetString(PyExc_TypeError,
+                        vectorByKeyword ? "initializer and 'vector' must not both be specified."
+                                        : "more than two positional arguments must not be specified. A third will be "
+                                          "treated as 'vector', which must not be specified when an initializer is "
+                                          "specified.");
+        ok = false;
+        return noBuffer<T>();
+    }
+    if (hasSize) {
+        if (!parseSize(arguments.size)) {
+            ok = false;
+            return noBuffer<T>();
+        }
+        if (!hasVector && !hasInitializer) return zeroFilledForSize(ok);
+    }
+    if (!hasVector) {
+        data::buffer_ptr_t<T> buffer = fromInitializer(arguments.initializer, ok);
+        if (ok && hasSize && !checkSizeAgainstDims()) {
+            ok = false;
+            return noBuffer<T>();
+        }
+        return buffer;
+    }
+    return fromVector(arguments.vector, ok);
+}
+
+template <typename T>
+void MDAInitializer<T>::setDefaultShape() {
+    static const std::vector<uint64_t> defaultDims{0, 0};
+    m_size = defaultDims;
+}
+
+// The size-only form: `size` elements of zero bytes, which is 0, 0.0 or false.
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
+    const uint64_t count = numElements();
+    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(count);
+    m_isColumnMajor = true;
+    if (count > 0) {
+        if (!buffer) {
+            raiseNoMemory(std::to_string(count));
+            ok = false;
+            return noBuffer<T>();
+        }
+        std::memset(static_cast<void*>(buffer.get()), 0, count * sizeof(T));
+    }
+    ok = true;
+    return buffer;
+}
+
+// The output buffer holding the scratch store's elements, in the order they were met.
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
+    const size_t count = elementCount();
+    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(count);
+    if (!buffer && count > 0) {
+        raiseNoMemory(std::to_string(count));
+        ok = false;
+        return noBuffer<T>();
+    }
+    copyElementsTo(buffer.get());
+    ok = true;
+    return buffer;
+}
+
+template <typename T>
+void MDAInitializer<T>::copyElementsTo(T* out) const {
+    if constexpr (std::is_same_v<T, bool>) {
+        // One byte of 0 or 1 per bit.
+        std::copy(m_elements.begin(), m_elements.end(), out);
+    } else if (!m_elements.empty()) {
+        std::memcpy(static_cast<void*>(out), m_elements.data(), m_elements.size() * sizeof(T));
+    }
+}
+
+template <typename T>
+bool MDAInitializer<T>::reserveElements(uint64_t count) {
+    if (m_isReserved) return true;
+    if (count > m_elements.capacity()) {
+        try {
+            m_elements.reserve(count);
+        } catch (const std::exception&) {
+            raiseNoMemory(std::to_string(count));
+            return false;
+        }
+    }
+    m_isReserved = true;
+    return true;
+}
+
+// Beyond the one reservation the store grows by half its capacity at a time.
+template <typename T>
+void MDAInitializer<T>::growElements() {
+    const size_t capacity = m_elements.capacity();
+    m_elements.reserve(capacity + std::max<size_t>(capacity / 2, 1));
+}
+
+template <typename T>
+uint64_t MDAInitializer<T>::numElements() {
+    if (m_numElements == 0) {
+        const uint64_t product = productOfDims(m_size.empty() ? m_dims : m_size);
+        if (product >= 1) m_numElements = product;
+        return product;
+    }
+    return m_numElements;
+}
+
+template <typename T>
+std::string MDAInitializer<T>::dimsToString(const std::vector<uint64_t>& dims) {
+    std::ostringstream text;
+    for (size_t k = 0; k < dims.size(); ++k) text << (k == 0 ? "" : ", ") << dims[k];
+    return text.str();
+}
+
+// ShapeError or SizeError: the found shape against `size`.
+template <typename T>
+bool MDAInitializer<T>::raiseSizeMismatch(PyObject* exceptionType) const {
+    const std::string text = "dimensions of initializer (" + dimsToString(m_dims) +
+                             ") do not match dimensions specified by 'size' (" + dimsToString(m_size) + ").";
+    PyErr_SetString(exceptionType, text.c_str());
+    return false;
+}
+
+template <typename T>
+void MDAInitializer<T>::raiseNoMemory(const std::string& count) {
+    const std::string text = "unable to allocate memory for array with number of elements = " + count +
+                             "; type = " + kindName();
+    PyErr_SetString(PyExc_MemoryError, text.c_str());
+}
+
+}  // namespace kerova
+
+#include "construction/buffer_import.h"
+#include "construction/sequence_scan.h"
+#include "construction/size_and_vector.h"

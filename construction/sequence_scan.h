@@ -1,0 +1,208 @@
+// Nested sequences: one recursive pass that finds the shape and collects the elements,
+// the completion of a one-dimensional shape, and the agreement with `size`.
+//
+// Elements are collected in the order the walk meets them, the last index of the
+// nesting fastest: row-major relative to the nested list. m_isColumnMajor stays false
+// for such data, and the library array built from it reads back with the indices of
+// the nested list.
+#pragma once
+
+#include <stdexcept>
+
+#include "construction/initializer.h"
+#include "construction/python_access.h"
+#include "module/globals.h"
+
+namespace kerova {
+
+namespace scan_detail {
+// A sequence for the walk; exact floats and ints are settled without the protocol test.
+inline bool isSequence(PyObject* object) {
+    return !PyFloat_CheckExact(object) && !PyLong_CheckExact(object) && PySequence_Check(object);
+}
+// convertScalar, with a standard runtime error turned into a RuntimeError record.
+template <typename T>
+ScalarResult<T> convertForScan(PyObject* object, bool allowFloatForLogical) {
+    try {
+        return convertScalar<T>(object, allowFloatForLogical);
+    } catch (const std::runtime_error& error) {
+        return ScalarResult<T>::failure(PyExc_RuntimeError, error.what());
+    }
+}
+
+inline bool raiseNullDataPointer() {
+    PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+    return false;
+}
+}  // namespace scan_detail
+
+template <typename T>
+bool MDAInitializer<T>::scan(PyObject* object, bool allowFloatForLogical) {
+    if (object == nullptr) return scan_detail::raiseNullDataPointer();
+    if (scan_detail::isSequence(object)) {
+        if (PyUnicode_Check(object)) {
+            PyErr_SetString(PyExc_ValueError, "value passed to initializer must be numeric.");
+            return false;
+        }
+        // Deep nesting ends in RecursionError rather than in a stack overflow.
+        if (Py_EnterRecursiveCall(" while reading a nested sequence")) return false;
+        const bool walked = scanSequence(object, allowFloatForLogical);
+        Py_LeaveRecursiveCall();
+        return walked;
+    }
+    return scanScalar(object, allowFloatForLogical);
+}
+
+template <typename T>
+bool MDAInitializer<T>::scanScalar(PyObject* object, bool allowFloatForLogical) {
+    const ScalarResult<T> result = scan_detail::convertForScan<T>(object, allowFloatForLogical);
+    if (!result.hasValue) {
+        result.raise();
+        return false;
+    }
+    if (m_leafDepth == 0) {
+        m_leafDepth = m_depth;
+    } else if (m_leafDepth != m_depth) {
+        PyErr_SetString(PyExc_ValueError, "arrays must be rectangular.");
+        return false;
+    }
+    appendElement(result.value);
+    if (m_dims.empty()) {  // the whole initializer is this one scalar
+        m_dims.push_back(1);
+        m_dims.push_back(1);
+    }
+    // At the first scalar the open lengths tell how many elements a rectangular
+    // input holds: one reservation for all of them.
+    if (!m_isReserved) return reserveElements(productOfDims(m_lengths));
+    return true;
+}
+
+template <typename T>
+bool MDAInitializer<T>::scanSequence(PyObject* sequence, bool allowFloatForLogical) {
+    const ChildCheck children = checkChildren(sequence);
+    if (children.failed) return false;
+    if (!children.uniform) {
+        PyErr_SetString(PyExc_ValueError, "elements of array are of different lengths or types.");
+        return false;
+    }
+
+    ++m_depth;
+    if (m_dims.size() < m_depth) m_dims.push_back(0);
+    if (m_lengths.size() < m_depth) m_lengths.push_back(0);
+    const size_t d = m_depth - 1;
+    m_lengths[d] = static_cast<uint64_t>(children.length);
+
+    for (Py_ssize_t i = 0; i < children.length; ++i) {
+        PyRef holder;
+        PyObject* item = sequenceItem(sequence, i, holder);
+        if (item == nullptr) return scan_detail::raiseNullDataPointer();
+        const bool scanned = PyFloat_CheckExact(item) || PyLong_CheckExact(item)
+                                 ? scanScalar(item, allowFloatForLogical)
+                                 : scan(item, allowFloatForLogical);
+        if (!scanned) return false;
+    }
+
+    // An empty sequence fixes no dimension: 0 stands for "not yet known".
+    if (m_dims[d] == 0) {
+        m_dims[d] = m_lengths[d];
+    } else if (m_lengths[d] != m_dims[d]) {
+        PyErr_SetString(PyExc_ValueError, "arrays must be rectangular.");
+        return false;
+    }
+    m_lengths[d] = 0;
+    --m_depth;
+    // Empty sequences fix no dimension, so siblings that differ only below an empty
+    // one pass the tests above ([[[]], [[1]]]). The finished walk must account for
+    // exactly the elements it collected, or the array would claim elements it lacks.
+    if (m_depth == 0 && productOfDims(m_dims) != elementCount()) {
+        PyErr_SetString(PyExc_ValueError, "arrays must be rectangular.");
+        return false;
+    }
+    return true;
+}
+
+// Compares the direct items only: all sequences of one length, or no sequence at all.
+template <typename T>
+ChildCheck MDAInitializer<T>::checkChildren(PyObject* sequence) {
+    ChildCheck result{true, PySequence_Size(sequence), false};
+    if (result.length < 0) {
+        result.failed = true;  // the length's own error stands
+        return result;
+    }
+    if (result.length < 2) return result;
+
+    PyRef firstHolder;
+    PyObject* first = sequenceItem(sequence, 0, firstHolder);
+    if (first == nullptr) {
+        scan_detail::raiseNullDataPointer();
+        result.failed = true;
+        return result;
+    }
+    const bool firstIsSequence = scan_detail::isSequence(first);
+    const Py_ssize_t firstLength = firstIsSequence ? PySequence_Size(first) : 0;
+    if (firstLength < 0) {
+        result.failed = true;
+        return result;
+    }
+    for (Py_ssize_t i = 1; i < result.length; ++i) {
+        PyRef holder;
+        PyObject* item = sequenceItem(sequence, i, holder);
+        if (item == nullptr) {
+            scan_detail::raiseNullDataPointer();
+            result.failed = true;
+            return result;
+        }
+        if (scan_detail::isSequence(item) != firstIsSequence) {
+            result.uniform = false;
+            return result;
+        }
+        if (firstIsSequence) {
+            const Py_ssize_t length = PySequence_Size(item);
+            if (length < 0) {
+                result.failed = true;
+                return result;
+            }
+            if (length != firstLength) {
+                result.uniform = false;
+                return result;
+            }
+        }
+    }
+    return result;
+}
+
+// Completes a one-dimensional shape: n elements are the row (1, n), none are (0, 0).
+// With `size` given, only the number of elements is held against it here.
+template <typename T>
+bool MDAInitializer<T>::finishShape() {
+    if (m_dims.size() != 1) return true;
+    if (!m_size.empty()) {
+        if (elementCount() != numElements()) return raiseSizeMismatch(g_shapeError);
+        return true;
+    }
+    const uint64_t n = m_dims[0];
+    m_dims = n > 0 ? std::vector<uint64_t>{1, n} : std::vector<uint64_t>{0, 0};
+    return true;
+}
+
+// ShapeError for a different number of elements, SizeError for the same number in a
+// different shape. A flat initializer fills the `size` shape in column-major order; a
+// nested one is never reshaped.
+template <typename T>
+bool MDAInitializer<T>::checkSizeAgainstDims() {
+    const std::vector<uint64_t>& S = m_size;
+    const std::vector<uint64_t>& D = m_dims;
+    if (S.empty() || S == D) return true;
+    const uint64_t pS = productOfDims(S);
+    const uint64_t pD = productOfDims(D);
+    if (pS != pD) return raiseSizeMismatch(g_shapeError);
+    if (S.size() == 2 && S[0] == 1 && D.size() == 1 && D[0] == 1) return true;
+    if (D.size() == 1 && D[0] > 1) {
+        m_isColumnMajor = true;
+        return true;
+    }
+    if (pD == 0) return true;  // empty data fits any empty shape
+    return raiseSizeMismatch(g_sizeError);
+}
+
+}  // namespace kerova

@@ -1,0 +1,122 @@
+// The `size` and `vector` arguments.
+//
+// `size` names the dimensions: alone it makes an array of zeros, with an initializer it
+// must agree with the initializer's shape, with flat data it is the shape that the data
+// fills in column-major order. `vector` is a flat sequence of scalars written straight
+// into the output buffer, without the scratch store.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "construction/initializer.h"
+#include "construction/python_access.h"
+
+namespace kerova {
+
+template <typename T>
+bool MDAInitializer<T>::parseSize(PyObject* value) {
+    if (value == nullptr || value == Py_None) return false;
+    if (!PySequence_Check(value)) {
+        PyErr_SetString(PyExc_TypeError, "value of 'size' must be a sequence.");
+        return false;
+    }
+    const Py_ssize_t count = PySequence_Size(value);
+    if (count < 0) return false;  // the length's own error stands
+    if (count == 0) {
+        PyErr_SetString(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
+        return false;
+    }
+
+    std::vector<uint64_t> dims;
+    dims.reserve(static_cast<size_t>(count));
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        PyRef item = PyRef::steal(PySequence_GetItem(value, i));
+        if (!item) {
+            const std::string text = "Item " + std::to_string(i) +
+                                     " could not be retrieved from the value associated with the 'size' keyword.";
+            PyErr_SetString(PyExc_RuntimeError, text.c_str());
+            return false;
+        }
+        if (!PyLong_Check(item.get())) {
+            PyErr_SetString(PyExc_TypeError, "dimensions must be nonnegative integers.");
+            return false;
+        }
+        // A value too large for the signed word reads as -1 and is refused as negative.
+        const Py_ssize_t dimension = PyLong_AsSsize_t(item.get());
+        if (dimension < 0) {
+            PyErr_SetString(PyExc_ValueError,
+                            "size cannot contain negative dimensions. Use nonnegative integers for dimensions.");
+            return false;
+        }
+        dims.push_back(static_cast<uint64_t>(dimension));
+    }
+
+    // One dimension n is the row (1, n); trailing ones go while more than two remain.
+    if (dims.size() == 1) dims.insert(dims.begin(), 1);
+    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
+    m_size = std::move(dims);
+    // An impossible size is refused here, before any element is read.
+    return reserveElements(productOfDims(m_size));
+}
+
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
+    ok = true;
+    m_isVector = true;
+    const auto fail = [&ok]() {
+        ok = false;
+        return noBuffer<T>();
+    };
+    if (!PySequence_Check(value)) {
+        PyErr_SetString(PyExc_ValueError, "value of 'vector' must be a sequence.");
+        return fail();
+    }
+    if (PyUnicode_Check(value)) {
+        PyErr_SetString(PyExc_ValueError, "value passed to 'vector' must be numeric.");
+        return fail();
+    }
+    const Py_ssize_t n = PySequence_Size(value);
+    if (n < 0) return fail();  // the length's own error stands
+
+    if (m_size.empty()) m_dims.push_back(1);
+    m_dims.push_back(static_cast<uint64_t>(n));
+    if (!checkSizeAgainstDims()) return fail();
+
+    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(static_cast<size_t>(n));
+    if (!buffer) {
+        raiseNoMemory(std::to_string(n));
+        return fail();
+    }
+    T* out = buffer.get();
+    for (Py_ssize_t i = 0; i < n; ++i) {
+        PyRef holder;
+        PyObject* item = sequenceItem(value, i, holder);
+        if (item == nullptr) {
+            const std::string text = "item " + std::to_string(i) + " could not be retrieved.";
+            PyErr_SetString(PyExc_RuntimeError, text.c_str());
+            return fail();  // the partly written buffer ends through its deleter
+        }
+        if (!PyFloat_CheckExact(item) && !PyLong_CheckExact(item) && PySequence_Check(item)) {
+            PyErr_SetString(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
+            return fail();
+        }
+        ScalarResult<T> result;
+        try {
+            result = convertScalar<T>(item, true);
+        } catch (const std::runtime_error& error) {
+            PyErr_SetString(PyExc_RuntimeError, error.what());
+            return fail();
+        }
+        // Every refusal of an element of `vector` is a ValueError, an overflow as well.
+        if (!result.hasValue) {
+            PyErr_SetString(PyExc_ValueError, result.message.c_str());
+            return fail();
+        }
+        if (PyErr_Occurred()) return fail();
+        out[i] = result.value;
+    }
+    return buffer;
+}
+
+}  // namespace kerova

@@ -1,0 +1,136 @@
+// The buffer protocol of the eleven array classes. A whole array exports its store's
+// mirror as it stands, without a copy; a partial array exports a snapshot of its
+// materialised copy, made at its first export.
+//
+// Every export keeps what its view points into: the mirror block, and private copies
+// of the shape and the strides. A reshape of the store while the view lives then leaves
+// the view reading the old elements with the old geometry instead of freed memory.
+#include "core/buffer_export.h"
+
+#include <map>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "core/cursor.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+namespace {
+
+// What one export holds, in view->internal from getbuffer to releasebuffer.
+struct ExportRecord {
+    std::shared_ptr<MDArrayWrapper> store;  // the store whose m_exports this export raised
+    std::shared_ptr<MirrorBlock> mirror;
+    std::vector<Py_ssize_t> shape;
+    std::vector<Py_ssize_t> strides;
+};
+
+// Every element type that an array class holds, real and complex, with its format.
+const std::map<data::ArrayType, std::string>& formatTable() {
+    static const std::map<data::ArrayType, std::string> table = [] {
+        std::map<data::ArrayType, std::string> built;
+        for (const KindDescriptor& kind : kKinds) {
+            built.emplace(kind.realType, std::string(1, kind.formatChar));
+            if (kind.hasComplex) built.emplace(kind.complexType, std::string("Z") + kind.formatChar);
+        }
+        return built;
+    }();
+    return table;
+}
+
+// Fails the export after the view was filled: the protocol wants obj null then.
+int refuse(Py_buffer* view, PyObject* type, const char* message) {
+    PyErr_SetString(type, message);
+    view->obj = nullptr;
+    return -1;
+}
+
+}  // namespace
+
+const char* formatForArrayType(data::ArrayType type) noexcept {
+    try {
+        const auto& table = formatTable();
+        const auto found = table.find(type);
+        return found != table.end() ? found->second.c_str() : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
+    MDACursor* cursor = cursorOf(self);
+    if (cursor == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        if (view != nullptr) view->obj = nullptr;
+        return -1;
+    }
+    if (view == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "null pointer to view object null.");
+        return -1;
+    }
+
+    MDACursor* exported = cursor;
+    if (!cursor->m_indexItems.empty()) {
+        if (!cursor->m_materializedCursor) {
+            if (const std::optional<data::Array> copy = cursor->getIndexedArrayAsMDA(0, true)) {
+                cursor->m_materializedCursor.reset(makeCursor(*copy, cursor->m_supportedArrayEnum,
+                                                              cursor->m_isComplex,
+                                                              cursor->m_store->m_order == 'F'));
+            }
+        }
+        if (!cursor->m_materializedCursor) {
+            PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+            return -1;
+        }
+        exported = cursor->m_materializedCursor.get();
+    }
+    const std::shared_ptr<MDArrayWrapper>& store = exported->m_store;
+
+    view->obj = self;
+    view->buf = store->m_buf;
+    view->len = static_cast<Py_ssize_t>(store->m_bufferSizeInBytes);
+    view->itemsize = static_cast<Py_ssize_t>(store->m_elemSizeInBytes);
+    view->ndim = store->m_nDim;
+    if ((flags & PyBUF_WRITABLE) != 0 && store->m_isReadOnly != 0)
+        return refuse(view, PyExc_ValueError, "underlying buffer is not writable.");
+    view->readonly = store->m_isReadOnly;
+    view->format = nullptr;
+    if ((flags & PyBUF_FORMAT) != 0) {
+        const char* format = formatForArrayType(store->m_array.type());
+        if (format == nullptr) return refuse(view, PyExc_ValueError, "format field is null.");
+        view->format = const_cast<char*>(format);
+    }
+    if ((flags & PyBUF_C_CONTIGUOUS) == PyBUF_C_CONTIGUOUS)
+        return refuse(view, PyExc_ValueError, "underlying buffer not C-contiguous.");
+
+    ExportRecord* record = nullptr;
+    try {
+        record = new ExportRecord{store, store->mirror(), {store->m_shape.begin(), store->m_shape.end()},
+                                  {store->m_bytewiseStrides.begin(), store->m_bytewiseStrides.end()}};
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+        view->obj = nullptr;
+        return -1;
+    }
+    view->shape = record->shape.data();
+    view->strides = record->strides.data();
+    view->suboffsets = nullptr;
+    view->internal = record;
+    Py_IncRef(self);
+    ++store->m_exports;
+    return 0;
+}
+
+void arrayReleaseBuffer(PyObject*, Py_buffer* view) {
+    if (view == nullptr || view->internal == nullptr) return;
+    auto* record = static_cast<ExportRecord*>(view->internal);
+    --record->store->m_exports;
+    view->internal = nullptr;
+    delete record;
+}
+
+}  // namespace kerova

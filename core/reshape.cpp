@@ -1,0 +1,149 @@
+#include "core/reshape.h"
+
+#include <new>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "core/cursor.h"
+#include "core/py_ref.h"
+#include "module/globals.h"
+#include "module/numeric_visitor.h"
+
+namespace kerova {
+
+namespace {
+
+constexpr const char* kBadDimensions = "reshape() must be passed a nonempty sequence of nonnegative integers.";
+
+PyObject* badDimensions() {
+    PyErr_SetString(PyExc_ValueError, kBadDimensions);
+    return nullptr;
+}
+
+// The product of the dimensions in wrapping 64-bit arithmetic: an overflowing product
+// simply fails to match the element count.
+int64_t elementCount(const std::vector<int64_t>& dims) {
+    uint64_t product = 1;
+    for (const int64_t d : dims) product *= static_cast<uint64_t>(d);
+    return static_cast<int64_t>(product);
+}
+
+// A new library array with the elements of `array` in storage order and the given
+// dimensions. `array` is taken over, so that a handle nobody else shares gives up its
+// buffer to the new array without a copy.
+data::Array reshapeArray(data::Array&& array, const std::vector<int64_t>& dims) {
+    const std::vector<size_t> newDims(dims.begin(), dims.end());
+    data::ArrayFactory factory;
+    return apply_numeric_visitor(std::move(array), [&](auto&& typed) -> data::Array {
+        using T = typed_element_t<decltype(typed)>;
+        return factory.template createArrayFromBuffer<T>(newDims, typed.releaseBuffer(),
+                                                         data::MemoryLayout::COLUMN_MAJOR);
+    });
+}
+
+}  // namespace
+
+std::vector<int64_t> parseReshapeDimensions(PyObject* value) {
+    std::vector<int64_t> dims;
+    if (value == nullptr || value == Py_None || !PySequence_Check(value)) {
+        badDimensions();
+        return {};
+    }
+    const Py_ssize_t size = PySequence_Size(value);
+    if (size < 2) {
+        badDimensions();
+        return {};
+    }
+    dims.reserve(static_cast<size_t>(size));
+    for (Py_ssize_t i = 0; i < size; ++i) {
+        const PyRef item = PyRef::steal(PySequence_GetItem(value, i));
+        if (!item) {
+            std::ostringstream message;
+            message << "Item " << i << " could not be retrieved from the value passed to reshape().";
+            PyErr_SetString(PyExc_RuntimeError, message.str().c_str());
+            return {};
+        }
+        if (!PyLong_Check(item.get())) {
+            badDimensions();
+            return {};
+        }
+        const Py_ssize_t d = PyLong_AsSsize_t(item.get());
+        if (d < 0) {  // also the error value of an integer too large
+            badDimensions();
+            return {};
+        }
+        dims.push_back(d);
+    }
+    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
+    return dims;
+}
+
+PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
+    MDACursor* cursor = cursorOf(self);
+    if (cursor == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    // An object that ends in a slice has no integer records: it reshapes the whole store.
+    if (cursor->m_numberOfIntegerIndicesSoFar > 0) {
+        PyErr_SetString(PyExc_RuntimeError, "reshape() not supported for a partial array.");
+        return nullptr;
+    }
+    if (args == nullptr || args == Py_None) return badDimensions();
+    const Py_ssize_t count = PySequence_Size(args);
+    if (count <= 0) {
+        if (count < 0) PyErr_Clear();
+        return badDimensions();
+    }
+    std::vector<int64_t> dims;
+    if (count == 1) {
+        const PyRef item = PyRef::steal(PySequence_GetItem(args, 0));
+        if (!item) return badDimensions();
+        dims = parseReshapeDimensions(item.get());
+    } else {
+        dims = parseReshapeDimensions(args);
+    }
+    if (dims.empty()) return nullptr;
+
+    MDArrayWrapper& store = *cursor->m_store;
+    const int64_t product = elementCount(dims);
+    if (product != store.m_numElems) {
+        std::ostringstream message;
+        message << "number of elements specified by arguments to reshape() (" << product
+                << ") does not match current number (" << store.m_numElems << ").";
+        PyErr_SetString(g_shapeError, message.str().c_str());
+        return nullptr;
+    }
+    // Checked after the element count on purpose: with both faults the ShapeError wins.
+    if (kwargs != nullptr) {
+        PyErr_SetString(PyExc_ValueError, "reshape() does not accept keyword arguments.");
+        return nullptr;
+    }
+
+    store.m_array = reshapeArray(std::move(store.m_array), dims);
+    std::vector<int64_t> oldShape = std::exchange(store.m_shape, std::move(dims));
+    const int32_t oldNDim = std::exchange(store.m_nDim, static_cast<int32_t>(store.m_shape.size()));
+    store.m_order = 'F';
+    try {
+        store.computeStrides();
+    } catch (const std::bad_alloc&) {
+        // The strides are those of the old shape still: keep reading the mirror by it.
+        store.m_shape = std::move(oldShape);
+        store.m_nDim = oldNDim;
+        PyErr_NoMemory();
+        return nullptr;
+    }
+    try {
+        // The bytes don't change, but views taken before keep the block they point into:
+        // the store moves on to a block of its own while any export holds its current one.
+        store.refreshMirror();
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();  // the current block holds the same bytes, in the same order
+        return nullptr;
+    }
+    Py_IncRef(self);
+    return self;
+}
+
+}  // namespace kerova

@@ -1,0 +1,78 @@
+#include "core/store.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "module/numeric_visitor.h"
+
+namespace kerova {
+
+MirrorBlock::MirrorBlock(size_t sizeInBytes)
+    : m_data(static_cast<char*>(std::malloc(sizeInBytes ? sizeInBytes : 1))), m_size(sizeInBytes) {
+    if (!m_data) throw std::bad_alloc();
+}
+
+MirrorBlock::~MirrorBlock() { std::free(m_data); }
+
+MDArrayWrapper::MDArrayWrapper(data::Array&& array, bool columnMajor)
+    : m_array(std::move(array)), m_order(columnMajor ? 'F' : 'C') {
+    bindToArray();
+}
+
+void MDArrayWrapper::bindToArray() {
+    const std::vector<size_t> dims = m_array.dimensions();
+    m_nDim = static_cast<int32_t>(dims.size());
+    m_shape.assign(dims.begin(), dims.end());
+    m_elemSizeInBytes = apply_numeric_visitor(m_array, [](const auto& typed) {
+        using T = typed_element_t<decltype(typed)>;
+        return static_cast<int64_t>(sizeof(T));
+    });
+    computeStrides();
+    m_numElems = static_cast<int64_t>(m_array.numberOfElements());
+    m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;
+    refreshMirror();
+}
+
+void MDArrayWrapper::computeStrides() {
+    std::vector<Py_ssize_t> shape(m_shape.begin(), m_shape.end());
+    std::vector<Py_ssize_t> strides(m_nDim, 0);
+    PyBuffer_FillContiguousStrides(m_nDim, shape.data(), strides.data(), static_cast<int>(m_elemSizeInBytes),
+                                   m_order);
+    m_bytewiseStrides.assign(strides.begin(), strides.end());
+}
+
+void MDArrayWrapper::refreshMirror() {
+    const size_t size = static_cast<size_t>(m_bufferSizeInBytes);
+    if (!m_mirror || m_exports != 0 || m_mirror->size() != size) {
+        m_mirror = std::make_shared<MirrorBlock>(size);
+        m_buf = m_mirror->data();
+    }
+    fillMirror(m_buf, size);
+}
+
+void MDArrayWrapper::fillMirror(void* target, size_t size) const {
+    if (size == 0) return;
+    // The library's storage is contiguous in storage order: copy it in one block.
+    apply_numeric_visitor(m_array, [&](const auto& typed) {
+        std::memcpy(target, typed.cbegin().pointer(), size);
+        return 0;
+    });
+}
+
+char* MDArrayWrapper::elementPointer(const std::vector<int64_t>& coordinates) const {
+    if (!m_buf) {
+        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+        return nullptr;
+    }
+    return elementPointerUnchecked(coordinates.data(), coordinates.size());
+}
+
+int64_t MDArrayWrapper::linearIndex(const std::vector<int64_t>& coordinates) const {
+    if (coordinates.size() > static_cast<size_t>(m_nDim)) return -1;
+    int64_t offset = 0;
+    for (size_t k = 0; k < coordinates.size(); ++k) offset += m_bytewiseStrides[k] * coordinates[k];
+    return offset / m_elemSizeInBytes;
+}
+
+}  // namespace kerova

@@ -1,0 +1,76 @@
+// MDArrayWrapper: one whole array, shared by every cursor that descends from it. It
+// holds the handle on the library array and a raw mirror of its elements that reads
+// and buffer exports use without calling the library.
+#pragma once
+
+#include <Python.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "data_array/data_array.h"
+
+namespace kerova {
+
+// A block of mirrored elements. Buffer exports hold it by shared pointer, so a view
+// taken before a reshape keeps the memory it points into until it is released.
+class MirrorBlock {
+public:
+    explicit MirrorBlock(size_t sizeInBytes);
+    ~MirrorBlock();
+    MirrorBlock(const MirrorBlock&) = delete;
+    MirrorBlock& operator=(const MirrorBlock&) = delete;
+    char* data() const noexcept { return m_data; }
+    size_t size() const noexcept { return m_size; }
+
+private:
+    char* m_data;
+    size_t m_size;
+};
+
+class MDArrayWrapper {
+public:
+    // Binds the store to `array`; throws std::bad_alloc if the mirror cannot be had.
+    MDArrayWrapper(data::Array&& array, bool columnMajor);
+    MDArrayWrapper(const MDArrayWrapper&) = delete;
+    MDArrayWrapper& operator=(const MDArrayWrapper&) = delete;
+    ~MDArrayWrapper() = default;
+
+    void bindToArray();
+    void computeStrides();
+    // Copies the library array's elements into a mirror block: the current one when no
+    // export holds it and its size fits, a new one otherwise.
+    void refreshMirror();
+    void fillMirror(void* target, size_t size) const;
+
+    // Address of the element at the first coordinates.size() coordinates; RuntimeError
+    // "null data pointer." and null without a mirror.
+    char* elementPointer(const std::vector<int64_t>& coordinates) const;
+    char* elementPointerUnchecked(const int64_t* coordinates, size_t count) const noexcept {
+        char* p = m_buf;
+        for (size_t k = 0; k < count; ++k) p += m_bytewiseStrides[k] * coordinates[k];
+        return p;
+    }
+    // Element position of the coordinates in storage order; -1 for too many coordinates.
+    int64_t linearIndex(const std::vector<int64_t>& coordinates) const;
+
+    const std::shared_ptr<MirrorBlock>& mirror() const noexcept { return m_mirror; }
+
+    data::Array m_array;
+    std::vector<int64_t> m_shape;
+    std::vector<int64_t> m_bytewiseStrides;
+    char m_order = 'F';
+    int32_t m_isReadOnly = 1;
+    int32_t m_exports = 0;
+    int32_t m_nDim = 0;
+    int64_t m_numElems = 0;
+    int64_t m_bufferSizeInBytes = 0;
+    int64_t m_elemSizeInBytes = 0;
+    char* m_buf = nullptr;  // m_mirror's data, kept at hand for the hot paths
+
+private:
+    std::shared_ptr<MirrorBlock> m_mirror;
+};
+
+}  // namespace kerova

@@ -1,0 +1,35 @@
+// Turning a filled element block into an array, gathering row-major blocks into the
+// column-major order that every array is stored in.
+#pragma once
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+#include "data_array/array.h"
+
+namespace kerova::data {
+
+// A new column-major array holding the row-major block `data` of `dims`. The block is
+// left to its owner. `numElements` must be the product of `dims`.
+template <typename T>
+TypedArray<T> makeColumnMajorFromRowMajor(ArrayFactory& factory, const T* data, const std::vector<size_t>& dims,
+                                          size_t numElements) {
+    detail::check_block_size(dims, numElements);
+    buffer_ptr_t<T> gathered = factory.createBuffer<T>(numElements);
+    detail::gather_row_major(data, gathered.get(), sizeof(T), dims);
+    return factory.createArrayFromBuffer<T>(dims, std::move(gathered), MemoryLayout::COLUMN_MAJOR);
+}
+
+// The array of a filled block: adopted as it is if it is column-major or has fewer
+// than two elements, gathered into a new block otherwise.
+template <typename T>
+TypedArray<T> makeArrayFromRawBlock(buffer_ptr_t<T> buffer, bool isColumnMajor, ArrayFactory& factory,
+                                    std::vector<size_t> dims, size_t numElements) {
+    if (numElements >= 2 && !isColumnMajor) {
+        return makeColumnMajorFromRowMajor<T>(factory, buffer.get(), dims, numElements);
+    }
+    return factory.createArrayFromBuffer<T>(dims, std::move(buffer), MemoryLayout::COLUMN_MAJOR);
+}
+
+}  // namespace kerova::data

@@ -1,0 +1,375 @@
+// == and != of the eleven array classes. Two arrays are equal when a parallel walk of
+// both, dimension by dimension as iteration goes, finds no difference: same kind, sub-
+// arrays where both have dimensions left, and scalars that Python's == finds equal.
+// The walk runs over the two stores directly and compares the element bytes by the
+// rules Python applies to the scalars they read as (exact int comparison, IEEE floats,
+// complex against real by its parts, float against int exactly), so no Python object
+// is made per element. Stores whose element type is not the kind's own fall back to
+// comparing the Python scalars themselves.
+#include <Python.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <complex>
+#include <cstdio>
+#include <type_traits>
+
+#include <boost/container/small_vector.hpp>
+
+#include "core/cursor.h"
+#include "core/py_ref.h"
+#include "indexing/element_value.h"
+#include "indexing/index_ops.h"
+#include "indexing/iteration_state.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+namespace {
+
+using Coordinates = boost::container::small_vector<int64_t, 8>;
+
+// One side of the parallel walk: the position of its next item and the bounds of the
+// walked dimension, exactly as an iterator over the same cursor would hold them.
+struct Walk {
+    const MDArrayWrapper* store = nullptr;
+    Coordinates coordinates;
+    DimensionBounds bounds{0, 0, 1};
+    bool hasRecord = false;
+    bool isExhausted = true;
+    bool yieldsSubArrays = false;
+
+    DimensionBounds currentBounds() const noexcept {
+        if (hasRecord) return bounds;
+        const size_t d = coordinates.size() - 1;
+        return {0, d < store->m_shape.size() ? store->m_shape[d] : 0, 1};
+    }
+};
+
+Walk walkOf(const MDACursor& cursor) {
+    Walk walk;
+    walk.store = cursor.m_store.get();
+    const int64_t baseDepth = cursor.m_numberOfIntegerIndicesSoFar;
+    const std::vector<int64_t> start = startCoordinates(cursor, static_cast<size_t>(baseDepth + 1));
+    walk.coordinates.assign(start.begin(), start.end());
+    walk.isExhausted = !isPositionInRange(cursor, start, baseDepth + 1);
+    walk.yieldsSubArrays = walk.store->m_nDim - baseDepth > 1;
+    walk.hasRecord = static_cast<size_t>(baseDepth) < cursor.m_indexItems.size();
+    if (walk.hasRecord) walk.bounds = boundsOf(cursor.m_indexItems[static_cast<size_t>(baseDepth)]);
+    return walk;
+}
+
+// The walk over the sub-array at the parent's current position: what iterating the
+// partial array that the parent yields there gives.
+void childWalk(const Walk& parent, Walk& child) {
+    child.store = parent.store;
+    child.coordinates = parent.coordinates;
+    child.coordinates.push_back(0);
+    const Coordinates& fixed = parent.coordinates;
+    const int64_t numDims = static_cast<int64_t>(child.coordinates.size());
+    child.isExhausted = !positionInRange(*child.store, child.coordinates.data(), numDims, [&](size_t d) {
+        if (d < fixed.size()) return DimensionBounds{fixed[d], fixed[d] + 1, 0};
+        return DimensionBounds{0, child.store->m_shape[d], 1};
+    });
+    child.yieldsSubArrays = child.store->m_nDim - (numDims - 1) > 1;
+    child.hasRecord = false;
+}
+
+struct Item {
+    enum Kind { NONE, SUB_ARRAY, SCALAR } kind = NONE;
+    const char* element = nullptr;
+    Walk child;
+};
+
+void nextItem(Walk& walk, Item& item) {
+    if (walk.isExhausted) {
+        item.kind = Item::NONE;
+        return;
+    }
+    if (walk.yieldsSubArrays) {
+        item.kind = Item::SUB_ARRAY;
+        childWalk(walk, item.child);
+    } else {
+        item.element = elementAddressChecked(*walk.store, walk.coordinates.data(), walk.coordinates.size());
+        item.kind = item.element ? Item::SCALAR : Item::NONE;
+    }
+    walk.isExhausted = !advanceWalk(walk.coordinates.back(), walk.currentBounds());
+}
+
+enum class Outcome { EQUAL, UNEQUAL, NO_RESULT };
+
+// The parallel walk; `scalarsEqual(a, b)` gives 1, 0, or -1 with a Python error set.
+template <typename ScalarsEqual>
+Outcome walksEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
+    Item x;
+    Item y;
+    nextItem(a, x);
+    nextItem(b, y);
+    if (x.kind == Item::NONE || y.kind == Item::NONE) {
+        return x.kind == y.kind ? Outcome::EQUAL : Outcome::UNEQUAL;
+    }
+    for (;;) {
+        if (x.kind == Item::SUB_ARRAY && y.kind == Item::SUB_ARRAY) {
+            const Outcome inner = walksEqual(x.child, y.child, scalarsEqual);
+            if (inner == Outcome::NO_RESULT) PyErr_Clear();  // counted as a difference
+            if (inner != Outcome::EQUAL) return Outcome::UNEQUAL;
+        } else if (x.kind == Item::SUB_ARRAY || y.kind == Item::SUB_ARRAY) {
+            return Outcome::UNEQUAL;
+        } else {
+            const int equal = scalarsEqual(x.element, y.element);
+            if (equal == 0) return Outcome::UNEQUAL;
+            if (equal != 1) {
+                std::printf("PyObject_RichCompareBool() generated an error.\n");
+                std::fflush(stdout);
+                return Outcome::NO_RESULT;
+            }
+        }
+        nextItem(a, x);
+        nextItem(b, y);
+        if (x.kind == Item::NONE) return y.kind == Item::NONE ? Outcome::EQUAL : Outcome::UNEQUAL;
+        if (y.kind == Item::NONE) return Outcome::UNEQUAL;
+    }
+}
+
+// Python's exact comparison of a float with an int.
+template <typename I>
+bool floatEqualsInteger(double d, I value) noexcept {
+    if (d != std::trunc(d)) return false;  // fractions, infinities and NaN
+    if constexpr (std::is_signed_v<I>) {
+        if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0)) return false;
+        return static_cast<int64_t>(d) == static_cast<int64_t>(value);
+    } else {
+        if (!(d >= 0.0 && d < 18446744073709551616.0)) return false;
+        return static_cast<uint64_t>(d) == static_cast<uint64_t>(value);
+    }
+}
+
+// A real element against a complex one read as Python's complex: equal when the
+// imaginary part is 0.0 and the real part equals the value, exactly for an int.
+template <typename R, typename C>
+bool realEqualsComplex(R real, const C& complex) noexcept {
+    const double re = static_cast<double>(complex.real());
+    const double im = static_cast<double>(complex.imag());
+    if (im != 0.0) return false;
+    if constexpr (std::is_floating_point_v<R>) {
+        return static_cast<double>(real) == re;
+    } else {
+        return floatEqualsInteger(re, real);
+    }
+}
+
+// The outcome of Python's == on the scalars that elements of Ta and Tb read as.
+template <typename Ta, typename Tb>
+int elementsEqual(const char* pa, const char* pb) noexcept {
+    constexpr bool complexA = data::is_complex_v<Ta>;
+    constexpr bool complexB = data::is_complex_v<Tb>;
+    if constexpr (std::is_same_v<Ta, bool>) {
+        return (*pa != 0) == (*pb != 0);
+    } else if constexpr (complexA && complexB) {
+        const Ta a = loadElement<Ta>(pa);
+        const Tb b = loadElement<Tb>(pb);
+        return static_cast<double>(a.real()) == static_cast<double>(b.real()) &&
+               static_cast<double>(a.imag()) == static_cast<double>(b.imag());
+    } else if constexpr (complexA) {
+        return realEqualsComplex(loadElement<Tb>(pb), loadElement<Ta>(pa));
+    } else if constexpr (complexB) {
+        return realEqualsComplex(loadElement<Ta>(pa), loadElement<Tb>(pb));
+    } else if constexpr (std::is_floating_point_v<Ta>) {
+        return static_cast<double>(loadElement<Ta>(pa)) == static_cast<double>(loadElement<Tb>(pb));
+    } else {
+        return loadElement<Ta>(pa) == loadElement<Tb>(pb);
+    }
+}
+
+// A walk whose items all lie in its store, seen as a strided box: the positions of the
+// walked dimension form an arithmetic progression and every sub-array item walks the
+// remaining dimensions whole. Level 0 is the walked dimension, then one level per
+// remaining dimension.
+struct Box {
+    const char* base = nullptr;
+    Coordinates lengths;
+    Coordinates strides;
+};
+
+// The box of a walk that has not yet moved; false when some item would fall outside the
+// store (after a reshape), where only the step-by-step walk tells what happens.
+bool boxOf(const Walk& walk, Box& box) {
+    const MDArrayWrapper& store = *walk.store;
+    const size_t depth = walk.coordinates.size() - 1;
+    int64_t count = 0;
+    if (!walk.isExhausted) {
+        const DimensionBounds bounds = walk.currentBounds();
+        const int64_t c = walk.coordinates.back();
+        const bool moves = bounds.step > 0 ? (c >= bounds.lo && c < bounds.hi)
+                                           : bounds.step < 0 && (c <= bounds.lo && c > bounds.hi);
+        count = moves ? sliceWalkCount(c, bounds.hi, bounds.step) : 1;
+        if (depth >= store.m_shape.size() || !store.m_buf) return false;
+        const int64_t last = c + (count - 1) * (moves ? bounds.step : 0);
+        const int64_t length = store.m_shape[depth];
+        if (c < 0 || c >= length || last < 0 || last >= length) return false;
+        const char* base = store.elementPointerUnchecked(walk.coordinates.data(), depth + 1);
+        for (size_t k = 0; k < depth; ++k) {
+            if (walk.coordinates[k] < 0 || walk.coordinates[k] >= store.m_shape[k]) return false;
+        }
+        box.base = base;
+        box.strides.push_back(store.m_bytewiseStrides[depth] * (moves ? bounds.step : 0));
+    } else {
+        box.strides.push_back(0);
+    }
+    box.lengths.push_back(count);
+    for (size_t d = depth + 1; d < store.m_shape.size(); ++d) {
+        box.lengths.push_back(store.m_shape[d]);
+        box.strides.push_back(store.m_bytewiseStrides[d]);
+    }
+    return true;
+}
+
+// What the parallel walk of two boxes concludes from their shapes alone: both empty at
+// one level means every pair of items there is equal (and nothing below is seen); one
+// empty, different lengths, or sub-arrays against scalars is a difference. Otherwise the
+// elements decide, and since the walk's outcome is only whether every pair is equal, the
+// pairs can be compared in any order.
+enum class Shapes { EQUAL, UNEQUAL, COMPARE_ELEMENTS };
+
+Shapes compareShapes(const Box& a, const Box& b) {
+    for (size_t level = 0;; ++level) {
+        const int64_t la = a.lengths[level];
+        const int64_t lb = b.lengths[level];
+        if (la == 0 && lb == 0) return Shapes::EQUAL;
+        if (la == 0 || lb == 0 || la != lb) return Shapes::UNEQUAL;
+        const bool subA = level + 1 < a.lengths.size();
+        const bool subB = level + 1 < b.lengths.size();
+        if (subA != subB) return Shapes::UNEQUAL;
+        if (!subA) return Shapes::COMPARE_ELEMENTS;
+    }
+}
+
+struct Level {
+    int64_t length;
+    int64_t strideA;
+    int64_t strideB;
+};
+
+template <typename Ta, typename Tb>
+bool levelsEqual(const char* pa, const char* pb, const Level* levels, size_t k) {
+    const Level& level = levels[k];
+    if (k == 0) {
+        for (int64_t i = 0; i < level.length; ++i, pa += level.strideA, pb += level.strideB) {
+            if (!elementsEqual<Ta, Tb>(pa, pb)) return false;
+        }
+        return true;
+    }
+    for (int64_t i = 0; i < level.length; ++i, pa += level.strideA, pb += level.strideB) {
+        if (!levelsEqual<Ta, Tb>(pa, pb, levels, k - 1)) return false;
+    }
+    return true;
+}
+
+template <typename Ta, typename Tb>
+Outcome nativeWalksEqual(Walk& a, Walk& b) {
+    Box boxA;
+    Box boxB;
+    if (boxOf(a, boxA) && boxOf(b, boxB)) {
+        switch (compareShapes(boxA, boxB)) {
+            case Shapes::EQUAL:
+                return Outcome::EQUAL;
+            case Shapes::UNEQUAL:
+                return Outcome::UNEQUAL;
+            case Shapes::COMPARE_ELEMENTS:
+                break;
+        }
+        // Innermost the level that moves least through the first store, so that the
+        // comparison runs along memory rather than across it.
+        boost::container::small_vector<Level, 8> levels;
+        for (size_t k = 0; k < boxA.lengths.size(); ++k) {
+            levels.push_back({boxA.lengths[k], boxA.strides[k], boxB.strides[k]});
+        }
+        std::stable_sort(levels.begin(), levels.end(), [](const Level& x, const Level& y) {
+            return std::abs(x.strideA) < std::abs(y.strideA);
+        });
+        const bool equal = levelsEqual<Ta, Tb>(boxA.base, boxB.base, levels.data(), levels.size() - 1);
+        return equal ? Outcome::EQUAL : Outcome::UNEQUAL;
+    }
+    auto compare = [](const char* pa, const char* pb) { return elementsEqual<Ta, Tb>(pa, pb); };
+    return walksEqual(a, b, compare);
+}
+
+// Stores of an unexpected element type: the scalars are made and compared by Python.
+Outcome pythonWalksEqual(Walk& a, Walk& b, ElementReader readA, ElementReader readB) {
+    auto compare = [&](const char* pa, const char* pb) -> int {
+        const PyRef x = PyRef::steal(readA(pa));
+        const PyRef y = PyRef::steal(readB(pb));
+        if (!x || !y) {
+            PyErr_Clear();
+            return 0;
+        }
+        return PyObject_RichCompareBool(x.get(), y.get(), Py_EQ);
+    };
+    return walksEqual(a, b, compare);
+}
+
+template <SupportedArrayEnum K>
+Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
+    if (first.m_supportedArrayEnum != second.m_supportedArrayEnum) return Outcome::UNEQUAL;
+    Walk a = walkOf(first);
+    Walk b = walkOf(second);
+    const data::ArrayType typeA = a.store->m_array.type();
+    const data::ArrayType typeB = b.store->m_array.type();
+
+    using Real = element_t<K>;
+    constexpr data::ArrayType realType = data::array_type_v<Real>;
+    if constexpr (K == SupportedArrayEnum::LOGICAL) {
+        if (typeA == realType && typeB == realType) return nativeWalksEqual<Real, Real>(a, b);
+    } else {
+        using Complex = std::complex<Real>;
+        constexpr data::ArrayType complexType = data::array_type_v<Complex>;
+        const bool knownA = typeA == realType || typeA == complexType;
+        const bool knownB = typeB == realType || typeB == complexType;
+        if (knownA && knownB) {
+            if (typeA == realType) {
+                return typeB == realType ? nativeWalksEqual<Real, Real>(a, b) : nativeWalksEqual<Real, Complex>(a, b);
+            }
+            return typeB == realType ? nativeWalksEqual<Complex, Real>(a, b)
+                                     : nativeWalksEqual<Complex, Complex>(a, b);
+        }
+    }
+    ElementReader readA = readerForType(typeA);
+    ElementReader readB = readerForType(typeB);
+    if (!readA) readA = readerForKind(first.m_supportedArrayEnum, first.m_isComplex);
+    if (!readB) readB = readerForKind(second.m_supportedArrayEnum, second.m_isComplex);
+    return pythonWalksEqual(a, b, readA, readB);
+}
+
+}  // namespace
+
+template <SupportedArrayEnum K>
+PyObject* arrayRichCompare(PyObject* self, PyObject* other, int op) {
+    const MDACursor* cursor = cursorOf(self);
+    if (!cursor) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    if (op != Py_EQ && op != Py_NE) {
+        PyErr_SetString(PyExc_NotImplementedError, "inequality operators not supported.");
+        return nullptr;
+    }
+    if (!isKerovaArray(other)) return PyBool_FromLong(op == Py_NE);
+    const MDACursor* otherCursor = cursorOf(other);
+    if (!otherCursor) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    const Outcome outcome = arraysEqual<K>(*cursor, *otherCursor);
+    if (outcome == Outcome::NO_RESULT) return nullptr;
+    const bool equal = outcome == Outcome::EQUAL;
+    return PyBool_FromLong(op == Py_EQ ? equal : !equal);
+}
+
+#define KEROVA_EQUALITY_INSTANCES(index, ENUM, name, type, format, typecode) \
+    template PyObject* arrayRichCompare<SupportedArrayEnum::ENUM>(PyObject*, PyObject*, int);
+KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_EQUALITY_INSTANCES)
+#undef KEROVA_EQUALITY_INSTANCES
+
+}  // namespace kerova

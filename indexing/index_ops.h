@@ -1,0 +1,34 @@
+// Operations on index records and on a cursor's list of them.
+#pragma once
+
+#include <Python.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "core/cursor.h"
+#include "indexing/index_item.h"
+
+namespace kerova {
+
+bool normalizeIntegerIndex(IntegerIndexItem& item, int64_t len);
+bool normalizeSliceIndex(SliceIndexItem& item, int64_t len);
+bool sliceIndexFromPython(PyObject* slice, int64_t len, SliceIndexItem& item);
+std::vector<int64_t> getIntegerIndexValues(const SliceIndexItem& item, int64_t len, bool& success);
+
+// Length of the next dimension to be indexed (the final slice's length if the list ends
+// in one); -1 with an error set on failure.
+int64_t currentDimensionLength(const MDACursor& cursor);
+bool mapIndexThroughSlice(const MDACursor& cursor, IntegerIndexItem& item, int64_t len);
+bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t len);
+bool pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item);
+bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item);
+std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success);
+std::vector<int64_t> getIntegerIndicesWithFinal(const MDACursor& cursor, int64_t final, bool& success);
+
+// The odometer over the box that a list of records selects (the last dimension moves first).
+std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count);
+bool nextCoordinates(std::vector<int64_t>& coordinates, const std::vector<int64_t>& shape,
+                     const std::vector<IndexItem>& records);
+
+}  // namespace kerova

@@ -1,0 +1,169 @@
+// KVPyIter: iteration over the first open dimension of an array object. Items are
+// partial arrays while dimensions remain after it and Python scalars on the last one;
+// values are read at each step, so writes during the walk show in later items.
+#include "indexing/iterator.h"
+
+#include <new>
+#include <string>
+
+#include "core/py_ref.h"
+#include "indexing/index_ops.h"
+#include "indexing/iteration_state.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+namespace {
+
+struct KVPyIterObject {
+    PyObject_HEAD
+    ArrayIterationState* m_state;
+};
+
+ElementReader storeReader(const MDACursor& cursor) {
+    ElementReader reader = readerForType(cursor.m_store->m_array.type());
+    return reader ? reader : readerForKind(cursor.m_supportedArrayEnum, cursor.m_isComplex);
+}
+
+}  // namespace
+
+ArrayIterationState::ArrayIterationState(const MDACursor& source)
+    : MDACursor(source),
+      baseDepth(source.m_numberOfIntegerIndicesSoFar),
+      coordinates(startCoordinates(source, static_cast<size_t>(baseDepth + 1))),
+      isExhausted(!isPositionInRange(source, coordinates, baseDepth + 1)),
+      yieldsSubArrays(m_store->m_nDim - baseDepth > 1),
+      walk{0, 0, 1},
+      hasRecord(static_cast<size_t>(baseDepth) < m_indexItems.size()),
+      reader(nullptr) {
+    if (hasRecord) walk = boundsOf(m_indexItems[static_cast<size_t>(baseDepth)]);
+    if (!yieldsSubArrays) {
+        reader = storeReader(*this);
+        return;
+    }
+    // Each sub-array item is a fresh cursor on the store whose records are the position:
+    // the fixed coordinates in front and the walked one, all integers. The final slice
+    // of the source is resolved by then and does not carry over.
+    prototype = std::make_unique<MDACursor>(static_cast<const MDACursor&>(*this));
+    prototype->m_indexItems.clear();
+    prototype->m_numberOfIntegerIndicesSoFar = 0;
+    for (int64_t c : coordinates) {
+        prototype->m_indexItems.emplace_back(IntegerIndexItem{c, true});
+        ++prototype->m_numberOfIntegerIndicesSoFar;
+    }
+}
+
+DimensionBounds ArrayIterationState::currentBounds() const noexcept {
+    if (hasRecord) return walk;
+    const auto d = static_cast<size_t>(baseDepth);
+    return {0, d < m_store->m_shape.size() ? m_store->m_shape[d] : 0, 1};
+}
+
+PyObject* ArrayIterationState::next() {
+    if (isExhausted) {
+        PyErr_SetNone(PyExc_StopIteration);
+        return nullptr;
+    }
+    int64_t& position = coordinates.back();
+    PyObject* item = nullptr;
+    if (!yieldsSubArrays) {
+        if (const char* element = elementAddressChecked(*m_store, coordinates.data(), coordinates.size())) {
+            item = reader(element);
+        } else {
+            // Only a store reshaped since the iterator was made gets here.
+            int64_t offending = position;
+            for (size_t k = 0; k < coordinates.size() && k < m_store->m_shape.size(); ++k) {
+                if (coordinates[k] < 0 || coordinates[k] >= m_store->m_shape[k]) {
+                    offending = coordinates[k];
+                    break;
+                }
+            }
+            const std::string text = "index has an invalid value: " + std::to_string(offending);
+            PyErr_SetString(PyExc_IndexError, text.c_str());
+        }
+    } else {
+        std::get<IntegerIndexItem>(prototype->m_indexItems.back()).m_index = position;
+        MDACursor* cursor = nullptr;
+        item = newArrayObject(m_supportedArrayEnum);
+        if (item) {
+            try {
+                cursor = new MDACursor(*prototype);
+                reinterpret_cast<ArrayObject*>(item)->m_cursor = cursor;
+            } catch (const std::bad_alloc&) {
+                Py_CLEAR(item);
+                PyErr_NoMemory();
+            }
+        }
+    }
+    isExhausted = !advanceWalk(position, currentBounds());
+    return item;
+}
+
+bool isPositionInRange(const MDACursor& cursor, const std::vector<int64_t>& coordinates, int64_t numDims) {
+    if (static_cast<int64_t>(coordinates.size()) < numDims) numDims = static_cast<int64_t>(coordinates.size());
+    const MDArrayWrapper& store = *cursor.m_store;
+    return positionInRange(store, coordinates.data(), numDims,
+                           [&](size_t d) { return boundsOf(cursor.m_indexItems, store.m_shape, d); });
+}
+
+namespace {
+
+PyObject* iterNext(PyObject* self) {
+    ArrayIterationState* state = reinterpret_cast<KVPyIterObject*>(self)->m_state;
+    if (!state) {
+        PyErr_SetNone(PyExc_StopIteration);
+        return nullptr;
+    }
+    return state->next();
+}
+
+// The native state goes with the iterator, and with it the iterator's hold on the store.
+void iterDealloc(PyObject* self) {
+    auto* iterator = reinterpret_cast<KVPyIterObject*>(self);
+    delete iterator->m_state;
+    iterator->m_state = nullptr;
+    PyObject_Free(self);
+}
+
+}  // namespace
+
+PyTypeObject KVPyIter_Type = [] {
+    PyTypeObject type{};
+    type.ob_base = PyVarObject{PyObject_HEAD_INIT(nullptr) 0};
+    type.tp_name = "kerova.KVPyIter";
+    type.tp_basicsize = sizeof(KVPyIterObject);
+    type.tp_itemsize = 0;
+    type.tp_dealloc = iterDealloc;
+    type.tp_flags = Py_TPFLAGS_DEFAULT;
+    type.tp_doc = "Internal iterator object";
+    type.tp_iter = PyObject_SelfIter;
+    type.tp_iternext = iterNext;
+    return type;
+}();
+
+PyObject* newIteratorObject(const MDACursor& source) {
+    PyObject* object = KVPyIter_Type.tp_alloc(&KVPyIter_Type, 0);
+    if (!object) {
+        PyErr_SetString(PyExc_RuntimeError, "unable to initialize C object.");
+        return nullptr;
+    }
+    try {
+        reinterpret_cast<KVPyIterObject*>(object)->m_state = new ArrayIterationState(source);
+    } catch (const std::bad_alloc&) {
+        Py_DECREF(object);
+        return PyErr_NoMemory();
+    }
+    return object;
+}
+
+PyObject* arrayIter(PyObject* self) {
+    const MDACursor* cursor = cursorOf(self);
+    if (!cursor) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    return newIteratorObject(*cursor);
+}
+
+}  // namespace kerova

@@ -1,0 +1,168 @@
+// Reading by index: a[i] and a[i:j] on the eleven array classes. An index that leaves
+// dimensions open gives a partial array over the same store; the index that closes the
+// last dimension gives a Python scalar read straight from the store's mirror, with no
+// object, cursor or element copy made on the way.
+#include <Python.h>
+
+#include <new>
+#include <string>
+
+#include "core/cursor.h"
+#include "core/py_ref.h"
+#include "indexing/element_value.h"
+#include "indexing/index_ops.h"
+#include "indexing/partial.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+PyObject* newObjectWithCursorCopy(const MDACursor& source, MDACursor*& cursor) {
+    PyRef object = PyRef::steal(newArrayObject(source.m_supportedArrayEnum));
+    if (!object) return nullptr;
+    try {
+        cursor = new MDACursor(source);
+    } catch (const std::bad_alloc&) {
+        return PyErr_NoMemory();
+    }
+    reinterpret_cast<ArrayObject*>(object.get())->m_cursor = cursor;
+    return object.release();
+}
+
+namespace {
+
+void raiseInvalidIndex(int64_t index) {
+    const std::string text = "index has an invalid value: " + std::to_string(index);
+    PyErr_SetString(PyExc_IndexError, text.c_str());
+}
+
+// The scalar at the parent's integer records and `final` on the last dimension. The
+// address is the mirror plus one multiply-add per dimension.
+template <typename T>
+PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final) {
+    if (final < 0) {
+        PyErr_SetString(PyExc_RuntimeError, "index not normalized.");
+        return nullptr;
+    }
+    const MDArrayWrapper& store = *parent.m_store;
+    const int64_t* strides = store.m_bytewiseStrides.data();
+    const int64_t* shape = store.m_shape.data();
+    if (parent.m_indexItems.size() < depth) {
+        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
+        return nullptr;
+    }
+    int64_t offset = 0;
+    for (size_t k = 0; k < depth; ++k) {
+        const auto* integer = std::get_if<IntegerIndexItem>(&parent.m_indexItems[k]);
+        if (!integer) {
+            PyErr_SetString(PyExc_RuntimeError, "slice index unexpectedly found.");
+            return nullptr;
+        }
+        offset += strides[k] * integer->m_index;
+    }
+    if (!store.m_buf) {
+        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+        return nullptr;
+    }
+    // Records are settled against the shape when they are made; only a reshape of the
+    // store since then can leave one outside it.
+    for (size_t k = 0; k < depth; ++k) {
+        const int64_t index = std::get<IntegerIndexItem>(parent.m_indexItems[k]).m_index;
+        if (index < 0 || index >= shape[k]) {
+            raiseInvalidIndex(index);
+            return nullptr;
+        }
+    }
+    if (final >= shape[depth]) {
+        raiseInvalidIndex(final);
+        return nullptr;
+    }
+    offset += strides[depth] * final;
+    return elementToPython<T>(store.m_buf + offset);
+}
+
+template <SupportedArrayEnum K>
+PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
+    const int64_t depth = parent.m_numberOfIntegerIndicesSoFar;
+    const int64_t len = currentDimensionLength(parent);
+    if (len < 0) return nullptr;
+    const int64_t nDim = parent.m_store->m_nDim;
+    if (depth >= nDim) {
+        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
+        return nullptr;
+    }
+    // Against the final slice's length when there is one: a negative index counts from
+    // the end of the slice.
+    IntegerIndexItem record{static_cast<int64_t>(index), false};
+    if (!normalizeIntegerIndex(record, len)) {
+        raiseInvalidIndex(index);
+        return nullptr;
+    }
+    const bool dropSlice = parent.endsInSlice();
+    if (dropSlice && !mapIndexThroughSlice(parent, record, len)) return nullptr;
+
+    if (depth == nDim - 1) {
+        if (parent.m_isComplex) {
+            return readFinalElement<stored_element_t<K, true>>(parent, static_cast<size_t>(depth), record.m_index);
+        }
+        return readFinalElement<stored_element_t<K, false>>(parent, static_cast<size_t>(depth), record.m_index);
+    }
+
+    MDACursor* cursor = nullptr;
+    PyRef object = PyRef::steal(newObjectWithCursorCopy(parent, cursor));
+    if (!object) return nullptr;
+    if (dropSlice) cursor->m_indexItems.pop_back();
+    if (!pushIntegerIndex(*cursor, record)) return nullptr;
+    return object.release();
+}
+
+}  // namespace
+
+template <SupportedArrayEnum K>
+PyObject* readByInteger(PyObject* self, Py_ssize_t index) {
+    const MDACursor* cursor = cursorOf(self);
+    if (!cursor) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    return readInteger<K>(*cursor, index);
+}
+
+template <SupportedArrayEnum K>
+PyObject* readByIndexObject(PyObject* self, PyObject* index) {
+    const MDACursor* parent = cursorOf(self);
+    if (!parent) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    if (PyLong_Check(index)) {
+        // An int beyond the 64-bit range goes on as -1 with its OverflowError pending.
+        return readInteger<K>(*parent, PyLong_AsSsize_t(index));
+    }
+    if (Py_TYPE(index) != &PySlice_Type) {
+        PyErr_SetString(PyExc_RuntimeError, "index is not an integer or slice.");
+        return nullptr;
+    }
+    const int64_t len = currentDimensionLength(*parent);
+    if (len < 0) return nullptr;
+    SliceIndexItem item;
+    if (!sliceIndexFromPython(index, len, item)) return nullptr;
+    // A slice of a slice folds into one record over the same dimension.
+    const bool dropSlice = parent->endsInSlice();
+    if (dropSlice && !composeSliceIndex(*parent, item, len)) return nullptr;
+
+    MDACursor* cursor = nullptr;
+    PyRef object = PyRef::steal(newObjectWithCursorCopy(*parent, cursor));
+    if (!object) return nullptr;
+    if (dropSlice) cursor->m_indexItems.pop_back();
+    if (!pushSliceIndex(*cursor, item)) return nullptr;
+    return object.release();
+}
+
+#define KEROVA_READ_INSTANCES(index, ENUM, name, type, format, typecode)               \
+    template PyObject* readByInteger<SupportedArrayEnum::ENUM>(PyObject*, Py_ssize_t); \
+    template PyObject* readByIndexObject<SupportedArrayEnum::ENUM>(PyObject*, PyObject*);
+KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_READ_INSTANCES)
+#undef KEROVA_READ_INSTANCES
+
+}  // namespace kerova

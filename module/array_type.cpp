@@ -1,0 +1,82 @@
+// The eleven array type objects, stamped from the element-kind table, and the slots
+// that live directly in them: allocation, deallocation, length.
+#include <Python.h>
+
+#include "construction/constructor.h"
+#include "core/cursor.h"
+#include "indexing/index_ops.h"
+#include "module/array_types.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+PyTypeObject* g_arrayTypes[kNumberOfKinds] = {};
+
+PyObject* newArrayObject(PyTypeObject* type) {
+    PyObject* object = type->tp_alloc(type, 0);
+    if (!object) {
+        PyErr_SetString(PyExc_RuntimeError, "unable to initialize C object.");
+        return nullptr;
+    }
+    return object;
+}
+
+void arrayDealloc(PyObject* self) {
+    auto* object = reinterpret_cast<ArrayObject*>(self);
+    delete object->m_cursor;
+    object->m_cursor = nullptr;
+    PyObject_Free(self);
+}
+
+Py_ssize_t arrayLength(PyObject* self) {
+    MDACursor* cursor = cursorOf(self);
+    if (!cursor) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return -1;
+    }
+    return static_cast<Py_ssize_t>(currentDimensionLength(*cursor));
+}
+
+namespace {
+
+PyBufferProcs g_arrayBufferProcs = {arrayGetBuffer, arrayReleaseBuffer};
+
+// One type object and its protocol tables per kind.
+template <SupportedArrayEnum K>
+struct ArrayTypeObject {
+    static inline PySequenceMethods sequence = [] {
+        PySequenceMethods methods{};
+        methods.sq_length = arrayLength;
+        methods.sq_item = readByInteger<K>;
+        return methods;
+    }();
+    static inline PyMappingMethods mapping = {arrayLength, readByIndexObject<K>, assignByIndexObject<K>};
+    static inline PyTypeObject type = [] {
+        PyTypeObject t{};
+        Py_SET_REFCNT(reinterpret_cast<PyObject*>(&t), 1);  // a static type owns one reference
+        t.tp_basicsize = sizeof(ArrayObject);
+        t.tp_itemsize = 0;
+        t.tp_dealloc = arrayDealloc;
+        t.tp_repr = arrayRepr<K>;
+        t.tp_as_sequence = &sequence;
+        t.tp_as_mapping = &mapping;
+        t.tp_str = arrayStr<K>;
+        t.tp_as_buffer = &g_arrayBufferProcs;
+        t.tp_flags = Py_TPFLAGS_DEFAULT;
+        t.tp_richcompare = arrayRichCompare<K>;
+        t.tp_iter = arrayIter;
+        t.tp_methods = g_arrayMethods;
+        t.tp_getset = g_arrayGetSet;
+        t.tp_new = newArray<K>;
+        return t;
+    }();
+};
+
+}  // namespace
+
+PyTypeObject* arrayTypeObject(SupportedArrayEnum kind) {
+    return dispatchKind(kind, [](auto k) { return &ArrayTypeObject<decltype(k)::value>::type; });
+}
+
+}  // namespace kerova

@@ -1,0 +1,173 @@
+// The native entry table that another extension module reaches through the capsule
+// "kerovamultidimarrayforpython._capi". The order of the entries is an ABI: consumers
+// index the table by position.
+#include "module/capsule.h"
+
+#include <iostream>
+#include <map>
+#include <new>
+#include <string>
+
+#include "core/cursor.h"
+#include "core/py_ref.h"
+#include "data_array/data_array.h"
+#include "module/globals.h"
+#include "module/slots.h"
+
+namespace kerova {
+
+namespace {
+
+// The number that stands for "no type" in arrayFromBuffer.
+constexpr int32_t kNoTypeNumber = 32;
+// Flags of the view that classifyBuffer takes: PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT.
+constexpr int kClassifyFlags = PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT;
+static_assert(kClassifyFlags == 156);
+
+// Offset between the complex and the real number of a kind in arrayFromBuffer.
+constexpr int32_t kComplexOffset = 10;
+
+// Each kind's format character, in kind order, maps to its position plus 3.
+const std::map<char, int32_t>& formatKindMap() {
+    static const std::map<char, int32_t> map = [] {
+        std::map<char, int32_t> built;
+        for (size_t k = 0; k < kKinds.size(); ++k) {
+            built.emplace(kKinds[k].formatChar, static_cast<int32_t>(k) + 3);
+        }
+        return built;
+    }();
+    return map;
+}
+
+// Releases an acquired view when it goes.
+struct ViewRelease {
+    Py_buffer* view;
+    explicit ViewRelease(Py_buffer* acquired) noexcept : view(acquired) {}
+    ViewRelease(const ViewRelease&) = delete;
+    ViewRelease& operator=(const ViewRelease&) = delete;
+    ~ViewRelease() {
+        if (view != nullptr) PyBuffer_Release(view);
+    }
+};
+
+}  // namespace
+
+std::optional<int32_t> formatToArrayType(char character) {
+    const auto& map = formatKindMap();
+    if (const auto found = map.find(character); found != map.end()) return found->second;
+    std::cerr << "Format character not found in enum: " << character << std::endl;
+    return std::nullopt;
+}
+
+int classifyBuffer(PyObject* object, Py_buffer* view, bool* isComplex) {
+    if (object == nullptr || !PyObject_CheckBuffer(object)) return -1;
+    if (view == nullptr || isComplex == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+        return -2;
+    }
+    if (PyObject_GetBuffer(object, view, kClassifyFlags) != 0) return -3;
+    const char* format = view->format;
+    if (format == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "format field is null.");
+        return -4;
+    }
+    if (format[0] == '\0') {
+        PyErr_SetString(PyExc_RuntimeError, "format field is empty.");
+        return -5;
+    }
+    *isComplex = false;
+    char character = format[0];
+    if (character == 'Z') {
+        *isComplex = true;
+        character = format[1] != '\0' ? format[1] : 'd';
+    }
+    if (character == 'L') {
+        character = view->itemsize == 4 ? 'I' : 'Q';
+    } else if (character == 'l') {
+        character = view->itemsize == 4 ? 'i' : 'q';
+    }
+    const std::optional<int32_t> number = formatToArrayType(character);
+    if (!number) {
+        PyErr_SetString(PyExc_RuntimeError, (std::string("format character not supported: ") + character).c_str());
+        return -6;
+    }
+    return *number;
+}
+
+PyObject* wrapArray(ArrayImpl* impl) {
+    if (impl == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+        return nullptr;
+    }
+    try {
+        // From here on the handle owns impl, and releases it on every failure below.
+        data::Array array = data::Array::adopt(impl);
+        const ElementKindInfo info = arrayKindFromType(array.type());
+        if (!info.found) {
+            PyErr_SetString(PyExc_RuntimeError, "invalid type.");
+            return nullptr;
+        }
+        PyRef object = PyRef::steal(newArrayObject(info.kind));
+        if (!object) return nullptr;
+        MDACursor* cursor = makeCursor(std::move(array), info.kind, info.isComplex, true);
+        if (!cursor) return nullptr;
+        reinterpret_cast<ArrayObject*>(object.get())->m_cursor = cursor;
+        return object.release();
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+        return nullptr;
+    }
+}
+
+ArrayImpl* unwrapArray(PyObject* object) {
+    // A foreign object would be read as an array object: refuse it like an unattached one.
+    MDACursor* cursor = isKerovaArray(object) ? cursorOf(object) : nullptr;
+    if (cursor == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+        return nullptr;
+    }
+    if (!cursor->m_store) {
+        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+        return nullptr;
+    }
+    if (cursor->m_indexItems.empty()) return cursor->m_store->m_array.impl();
+    // A partial array lends its materialised copy, which the cursor keeps in its cache.
+    if (!cursor->getIndexedArrayAsMDA(0, true)) return nullptr;
+    return cursor->m_indexedArrayAsMDA->impl();
+}
+
+PyObject* arrayFromBuffer(PyObject* object, int32_t* typeNumber) {
+    if (typeNumber != nullptr) *typeNumber = kNoTypeNumber;
+    Py_buffer view{};
+    bool isComplex = false;
+    const int classified = classifyBuffer(object, &view, &isComplex);
+    // A view taken by the classification is released on every road out, refusals included.
+    const ViewRelease release{classified >= 0 || classified < -3 ? &view : nullptr};
+    if (classified < 0) return nullptr;
+    if (typeNumber != nullptr) *typeNumber = classified + (isComplex ? kComplexOffset : 0);
+
+    PyTypeObject* type = g_arrayTypes[classified - 3];
+    const PyRef args = PyRef::steal(Py_BuildValue("(O)", object));
+    if (!args) return nullptr;
+    PyRef kwargs;
+    if (isComplex) {
+        kwargs = PyRef::steal(PyDict_New());
+        if (!kwargs || PyDict_SetItemString(kwargs.get(), "is_complex", Py_True) != 0) return nullptr;
+    }
+    // The constructor takes a view of its own.
+    return type->tp_new(type, args.get(), kwargs.get());
+}
+
+void destroyObject(PyObject* object) {
+    if (isKerovaArray(object)) arrayDealloc(object);
+}
+
+bool checkBuffer(PyObject* object) { return object != nullptr && PyObject_CheckBuffer(object) != 0; }
+
+void* g_capiTable[5] = {
+    reinterpret_cast<void*>(&wrapArray),       reinterpret_cast<void*>(&unwrapArray),
+    reinterpret_cast<void*>(&arrayFromBuffer), reinterpret_cast<void*>(&destroyObject),
+    reinterpret_cast<void*>(&checkBuffer),
+};
+
+}  // namespace kerova

@@ -1,0 +1,1 @@
+from kerova import ShapeError as ShapeError, SizeError as SizeError

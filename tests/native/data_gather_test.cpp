@@ -1,0 +1,85 @@
+// The gather of row-major blocks into column-major order, against the offset list
+// that defines the order.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "data_array/data_array.h"
+
+using namespace kerova::data;
+
+namespace {
+
+size_t product(const std::vector<size_t>& dims) {
+    return std::accumulate(dims.begin(), dims.end(), size_t{1}, std::multiplies<>());
+}
+
+// Source offset of each target element: coordinates walked with the first dimension
+// fastest, each weighted by its row-major stride.
+std::vector<size_t> referenceOffsets(const std::vector<size_t>& dims) {
+    const size_t n = dims.size();
+    std::vector<size_t> stride(n, 1);
+    for (size_t k = n; k-- > 1;) stride[k - 1] = stride[k] * dims[k];
+    std::vector<size_t> offsets;
+    std::vector<size_t> counter(n, 0);
+    for (size_t done = 0; done < product(dims); ++done) {
+        offsets.push_back(std::inner_product(counter.begin(), counter.end(), stride.begin(), size_t{0}));
+        for (size_t k = 0; k < n && ++counter[k] == dims[k]; ++k) counter[k] = 0;
+    }
+    return offsets;
+}
+
+struct GatherCase {
+    std::vector<size_t> dims;
+    size_t elementSize;
+};
+
+class Gather : public testing::TestWithParam<GatherCase> {};
+
+TEST_P(Gather, MatchesTheOffsetList) {
+    const auto& [dims, size] = GetParam();
+    const size_t count = product(dims);
+    std::vector<unsigned char> source(count * size);
+    std::mt19937 random(42);
+    for (auto& byte : source) byte = static_cast<unsigned char>(random());
+    std::vector<unsigned char> target(count * size);
+    detail::gather_row_major(source.data(), target.data(), size, dims);
+
+    const std::vector<size_t> offsets = referenceOffsets(dims);
+    for (size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(std::memcmp(&target[i * size], &source[offsets[i] * size], size), 0) << "element " << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Gather,
+    testing::Values(GatherCase{{2, 3}, 8}, GatherCase{{5}, 8}, GatherCase{{2, 3, 4}, 4}, GatherCase{{3, 1}, 2},
+                    GatherCase{{1, 1, 7}, 1}, GatherCase{{4, 1, 3, 1}, 16}, GatherCase{{0, 5}, 8},
+                    GatherCase{{2, 2, 2, 2, 2, 2}, 4}, GatherCase{{37, 129, 65}, 1}, GatherCase{{301, 257}, 2},
+                    GatherCase{{1000, 1001}, 8}, GatherCase{{3, 333, 1001}, 16}, GatherCase{{999, 7, 5, 3}, 4},
+                    GatherCase{{2, 500, 2}, 8}));
+
+TEST(GatherExamples, FirstIndexVariesFastest) {
+    ArrayFactory factory;
+    std::vector<double> block(24);
+    std::iota(block.begin(), block.end(), 0.0);
+    const auto array = makeColumnMajorFromRowMajor<double>(factory, block.data(), {2, 3, 4}, 24);
+    const std::vector<double> gathered(array.cbegin(), array.cend());
+    EXPECT_EQ(gathered[1], 12.0);
+    const std::vector<size_t> offsets = referenceOffsets({2, 3, 4});
+    EXPECT_EQ(gathered, std::vector<double>(offsets.begin(), offsets.end()));
+
+    const auto line = makeColumnMajorFromRowMajor<double>(factory, block.data(), {5}, 5);
+    EXPECT_EQ(std::vector<double>(line.cbegin(), line.cend()), (std::vector<double>{0, 1, 2, 3, 4}));
+}
+
+TEST(GatherExamples, MismatchedElementCountIsRefused) {
+    ArrayFactory factory;
+    const double block[6] = {};
+    EXPECT_THROW(makeColumnMajorFromRowMajor<double>(factory, block, {2, 3}, 5), std::length_error);
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include "fakes/counting_provider.h"
+
+#include <set>
+#include <unordered_map>
+
+#include "data_array/function_table.h"
+#include "data_array/lookup.h"
+#include "kerova_provider/lookup.h"
+
+namespace fn = kerova::data::fn;
+using kerova::data::detail::operation_t;
+
+namespace counting {
+namespace {
+
+std::set<int>& hidden() {
+    static std::set<int> numbers{fn::array_factory_create_array_from_buffer_with_layout,
+                                 fn::iterator_get_complex_pointer};
+    return numbers;
+}
+
+template <int Number>
+operation_t<Number> real() {
+    static const auto operation = reinterpret_cast<operation_t<Number>>(kerova_provider_lookup(Number));
+    return operation;
+}
+
+// The real deleter of each block handed out by array_factory_create_buffer.
+std::unordered_map<void*, buffer_deleter_t>& blockDeleters() {
+    static std::unordered_map<void*, buffer_deleter_t> deleters;
+    return deleters;
+}
+
+void countedFree(void* data) {
+    ++counters().bufferFrees;
+    auto& deleters = blockDeleters();
+    const auto found = deleters.find(data);
+    const buffer_deleter_t deleter = found->second;
+    deleters.erase(found);
+    deleter(data);
+}
+
+int createBuffer(ArrayFactoryImpl* factory, void** data, buffer_deleter_t* deleter, int type, size_t count) {
+    ++counters().calls[fn::array_factory_create_buffer];
+    const int code = real<fn::array_factory_create_buffer>()(factory, data, deleter, type, count);
+    if (code == fn::OK && *data != nullptr) {
+        blockDeleters()[*data] = *deleter;
+        *deleter = &countedFree;
+    }
+    return code;
+}
+
+template <int Number, typename Impl>
+void countedDestroy(Impl* impl) {
+    ++counters().calls[Number];
+    counters().destroyed.push_back(Number == fn::array_destroy      ? "array"
+                                   : Number == fn::iterator_destroy ? "iterator"
+                                                                    : "reference");
+    real<Number>()(impl);
+}
+
+bool unshare(ArrayImpl* array, bool unique, ArrayImpl** out) {
+    ++counters().calls[fn::array_unshare];
+    return real<fn::array_unshare>()(array, unique, out);
+}
+
+IteratorImpl* cloneIterator(IteratorImpl* iterator) {
+    ++counters().calls[fn::iterator_clone];
+    return real<fn::iterator_clone>()(iterator);
+}
+
+}  // namespace
+
+Counters& counters() {
+    static Counters all;
+    return all;
+}
+
+void hide(int number) { hidden().insert(number); }
+void reveal(int number) { hidden().erase(number); }
+
+}  // namespace counting
+
+extern "C" void* get_function_ptr(int functionNumber) {
+    using namespace counting;
+    ++counters().lookups[functionNumber];
+    if (hidden().count(functionNumber) != 0) {
+        return nullptr;
+    }
+    switch (functionNumber) {
+        case fn::array_factory_create_buffer:
+            return reinterpret_cast<void*>(&createBuffer);
+        case fn::array_destroy:
+            return reinterpret_cast<void*>(&countedDestroy<fn::array_destroy, ArrayImpl>);
+        case fn::iterator_destroy:
+            return reinterpret_cast<void*>(&countedDestroy<fn::iterator_destroy, IteratorImpl>);
+        case fn::reference_destroy:
+            return reinterpret_cast<void*>(&countedDestroy<fn::reference_destroy, ReferenceImpl>);
+        case fn::array_unshare:
+            return reinterpret_cast<void*>(&unshare);
+        case fn::iterator_clone:
+            return reinterpret_cast<void*>(&cloneIterator);
+        default:
+            return kerova_provider_lookup(functionNumber);
+    }
+}
