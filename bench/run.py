@@ -65,7 +65,9 @@ def workloads(quick):
     square_np = numpy.array(floats)
     other = kerova.double(floats)
     positions = [(rng.randrange(n), rng.randrange(n)) for _ in range(reads)]
-    floats_copy = [[float(x) for x in row] for row in floats]   # equal values, distinct objects
+    floats_copy = [[x + 0.0 for x in row] for row in floats]   # equal values, distinct float objects
+    target = kerova.double(floats)     # written by the write workloads, so `square` stays equal to `other`
+    target_np = numpy.array(floats)
     written = kerova.double(size=(1000, 1000))
     written_small = kerova.double(size=(10, 10))
     reshaped = kerova.double(f_ordered)
@@ -83,12 +85,12 @@ def workloads(quick):
             b[i][j]
 
     def write_kerova():
-        a = square
+        a = target
         for i, j in positions:
             a[i][j] = 1.5
 
     def write_numpy():
-        b = square_np
+        b = target_np
         for i, j in positions:
             b[i][j] = 1.5
 

@@ -7,6 +7,7 @@
 // and the first stride tells whether that order was column-major.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -82,6 +83,12 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
     }
     const size_t count = bytes / sizeof(T);  // for logical one source byte per element
 
+    // An exporter may hand out any numbers: a negative count of dimensions or a negative
+    // length would be read as a huge one.
+    if (view.ndim < 0 || (view.ndim >= 2 && view.shape != nullptr &&
+                          std::any_of(view.shape, view.shape + view.ndim, [](Py_ssize_t d) { return d < 0; }))) {
+        return raise("input buffer has an invalid shape.");
+    }
     std::vector<uint64_t> shape;
     if (view.ndim == 0) {
         shape.push_back(1);
@@ -110,14 +117,13 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
     m_dims.insert(m_dims.end(), shape.begin(), shape.end());
     if (view.ndim >= 2) {
         // One element from the first index to the next: the first index varies fastest.
-        Py_ssize_t firstStride;
-        if (view.strides != nullptr) {
-            firstStride = view.strides[0];
-        } else {  // no strides means C order
-            firstStride = view.itemsize;
-            for (int k = 1; k < view.ndim; ++k) firstStride *= view.shape[k];
-        }
-        m_isColumnMajor = view.itemsize != 0 && firstStride / view.itemsize == 1;
+        // No strides means C order: the first stride spans all later dimensions, and it is
+        // one element exactly when their lengths multiply to 1. (Computed so, the product
+        // of lengths that only an empty buffer can have does not overflow.)
+        m_isColumnMajor = view.itemsize != 0 &&
+                          (view.strides != nullptr
+                               ? view.strides[0] / view.itemsize == 1
+                               : productOfDims(std::vector<uint64_t>(shape.begin() + 1, shape.end())) == 1);
     }
     return true;
 }

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -89,6 +90,7 @@ private:
         m_elements.push_back(element);
     }
     void growElements();
+    data::buffer_ptr_t<T> requestBuffer(size_t count);
     void setDefaultShape();
     data::buffer_ptr_t<T> zeroFilledForSize(bool& ok);
     data::buffer_ptr_t<T> outputBufferFromElements(bool& ok);
@@ -185,11 +187,22 @@ void MDAInitializer<T>::setDefaultShape() {
     m_size = defaultDims;
 }
 
+// An output buffer of `count` elements, or an empty one when the library can't provide
+// it: the library reports that by an exception, which the callers turn into MemoryError.
+template <typename T>
+data::buffer_ptr_t<T> MDAInitializer<T>::requestBuffer(size_t count) {
+    try {
+        return m_factory.createBuffer<T>(count);
+    } catch (const std::exception&) {
+        return noBuffer<T>();
+    }
+}
+
 // The size-only form: `size` elements of zero bytes, which is 0, 0.0 or false.
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
     const uint64_t count = numElements();
-    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(count);
+    data::buffer_ptr_t<T> buffer = requestBuffer(count);
     m_isColumnMajor = true;
     if (count > 0) {
         if (!buffer) {
@@ -207,7 +220,7 @@ data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
     const size_t count = elementCount();
-    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(count);
+    data::buffer_ptr_t<T> buffer = requestBuffer(count);
     if (!buffer && count > 0) {
         raiseNoMemory(std::to_string(count));
         ok = false;

@@ -29,7 +29,12 @@ bool MDAInitializer<T>::parseSize(PyObject* value) {
     }
 
     std::vector<uint64_t> dims;
-    dims.reserve(static_cast<size_t>(count));
+    try {
+        dims.reserve(static_cast<size_t>(count));
+    } catch (const std::exception&) {  // a length that no sequence of dimensions can have
+        PyErr_NoMemory();
+        return false;
+    }
     for (Py_ssize_t i = 0; i < count; ++i) {
         PyRef item = PyRef::steal(PySequence_GetItem(value, i));
         if (!item) {
@@ -83,7 +88,7 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
     m_dims.push_back(static_cast<uint64_t>(n));
     if (!checkSizeAgainstDims()) return fail();
 
-    data::buffer_ptr_t<T> buffer = m_factory.createBuffer<T>(static_cast<size_t>(n));
+    data::buffer_ptr_t<T> buffer = requestBuffer(static_cast<size_t>(n));
     if (!buffer) {
         raiseNoMemory(std::to_string(n));
         return fail();

@@ -1,5 +1,7 @@
 #include "core/reshape.h"
 
+#include <cstdint>
+#include <exception>
 #include <new>
 #include <sstream>
 #include <string>
@@ -21,11 +23,18 @@ PyObject* badDimensions() {
     return nullptr;
 }
 
-// The product of the dimensions in wrapping 64-bit arithmetic: an overflowing product
-// simply fails to match the element count.
-int64_t elementCount(const std::vector<int64_t>& dims) {
+// The product of the dimensions in wrapping 64-bit arithmetic, as the message reports it.
+// `fits` tells whether the true product is that number: one that overflows matches no
+// element count, however it wraps (2^32 by 2^32 wraps to 0, the count of an empty array).
+int64_t elementCount(const std::vector<int64_t>& dims, bool& fits) {
     uint64_t product = 1;
-    for (const int64_t d : dims) product *= static_cast<uint64_t>(d);
+    bool overflowed = false;
+    bool hasZero = false;
+    for (const int64_t d : dims) {
+        overflowed |= __builtin_mul_overflow(product, static_cast<uint64_t>(d), &product);
+        hasZero |= d == 0;
+    }
+    fits = hasZero || (!overflowed && product <= static_cast<uint64_t>(INT64_MAX));
     return static_cast<int64_t>(product);
 }
 
@@ -55,7 +64,12 @@ std::vector<int64_t> parseReshapeDimensions(PyObject* value) {
         badDimensions();
         return {};
     }
-    dims.reserve(static_cast<size_t>(size));
+    try {
+        dims.reserve(static_cast<size_t>(size));
+    } catch (const std::exception&) {  // a length that no sequence of dimensions can have
+        PyErr_NoMemory();
+        return {};
+    }
     for (Py_ssize_t i = 0; i < size; ++i) {
         const PyRef item = PyRef::steal(PySequence_GetItem(value, i));
         if (!item) {
@@ -107,8 +121,9 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
     if (dims.empty()) return nullptr;
 
     MDArrayWrapper& store = *cursor->m_store;
-    const int64_t product = elementCount(dims);
-    if (product != store.m_numElems) {
+    bool fits = true;
+    const int64_t product = elementCount(dims, fits);
+    if (!fits || product != store.m_numElems) {
         std::ostringstream message;
         message << "number of elements specified by arguments to reshape() (" << product
                 << ") does not match current number (" << store.m_numElems << ").";

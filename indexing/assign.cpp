@@ -62,15 +62,17 @@ void writeElement(MDArrayWrapper& store, int64_t linear, const T& value) {
     char* mirrored = nullptr;
     if (inside && store.m_buf && static_cast<int64_t>(sizeof(T)) == store.m_elemSizeInBytes) {
         mirrored = store.m_buf + linear * store.m_elemSizeInBytes;
-        __builtin_prefetch(mirrored, 1);  // fetched while the library array is written
+        prefetchAt<1>(mirrored, 0);  // fetched while the library array is written
     }
     // Random writes into a large array miss the cache twice, once in each copy. Where the
     // library array's storage is known from the last write to it, its element is fetched
     // together with the mirror's; a stale guess costs nothing but the hint.
     static const ArrayImpl* lastArray = nullptr;
     static const char* lastStorage = nullptr;
-    if (inside && store.m_array.impl() == lastArray) __builtin_prefetch(lastStorage + linear * sizeof(T), 1);
-    store.m_array = apply_numeric_visitor(std::move(store.m_array), [&](auto&& typed) -> data::Array {
+    if (inside && store.m_array.impl() == lastArray) {
+        prefetchAt<1>(lastStorage, linear * static_cast<int64_t>(sizeof(T)));
+    }
+    apply_numeric_visitor(std::move(store.m_array), [&](auto&& typed) {
         using U = typed_element_t<decltype(typed)>;
         if constexpr (std::is_same_v<U, T>) {
             if (inside) {
@@ -80,7 +82,7 @@ void writeElement(MDArrayWrapper& store, int64_t linear, const T& value) {
                 lastStorage = reinterpret_cast<const char*>(first.pointer());
             }
         }
-        return data::Array(std::move(typed));
+        store.m_array = std::move(typed);  // the handle that was written through
     });
     if (mirrored) std::memcpy(mirrored, &value, sizeof(T));
 }

@@ -24,6 +24,13 @@ inline T loadElement(const char* bytes) noexcept {
     return value;
 }
 
+// A hint to fetch the memory `offset` bytes from `base`, where a walk is about to go. The
+// address is only a hint: it may lie outside any object, so it is formed as an integer.
+template <int ForWriting = 0>
+inline void prefetchAt(const void* base, int64_t offset) noexcept {
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(base) + offset), ForWriting);
+}
+
 template <typename T>
 inline PyObject* elementToPython(const char* bytes) {
     if constexpr (data::is_complex_v<T>) {

@@ -87,12 +87,20 @@ struct ArrayIterationState : MDACursor {
     // length is read from the store at each step.
     DimensionBounds walk;
     bool hasRecord;
-    ElementReader reader;                  // scalar items, by the store's element type
+    // Scalar items: the step for the store's element type, chosen once.
+    PyObject* (*nextScalar)(ArrayIterationState&);
     std::unique_ptr<MDACursor> prototype;  // sub-array items: the records of the next one
 
-    DimensionBounds currentBounds() const noexcept;
+    DimensionBounds currentBounds() const noexcept {
+        if (hasRecord) return walk;
+        const auto d = static_cast<size_t>(baseDepth);
+        return {0, d < m_store->m_shape.size() ? m_store->m_shape[d] : 0, 1};
+    }
     // The next item, or null: StopIteration at the end, or the error of the item.
-    PyObject* next();
+    PyObject* next() { return yieldsSubArrays || isExhausted ? nextSubArray() : nextScalar(*this); }
+    PyObject* nextSubArray();
+    // The error of a scalar item outside the store, and the step past it.
+    PyObject* refuseScalar();
 };
 
 // Whether the first `numDims` coordinates lie in the box of the cursor's records.

@@ -21,9 +21,48 @@ struct KVPyIterObject {
     ArrayIterationState* m_state;
 };
 
-ElementReader storeReader(const MDACursor& cursor) {
-    ElementReader reader = readerForType(cursor.m_store->m_array.type());
-    return reader ? reader : readerForKind(cursor.m_supportedArrayEnum, cursor.m_isComplex);
+// One scalar item: the element at the position, read from the mirror, then one step.
+template <typename T>
+PyObject* nextScalarOf(ArrayIterationState& state) {
+    const MDArrayWrapper& store = *state.m_store;
+    const size_t count = state.coordinates.size();
+    if (count > store.m_shape.size() || !store.m_buf) return state.refuseScalar();
+    const int64_t* position = state.coordinates.data();
+    const int64_t* shape = store.m_shape.data();
+    const int64_t* strides = store.m_bytewiseStrides.data();
+    int64_t offset = 0;
+    bool inside = true;
+    for (size_t k = 0; k < count; ++k) {
+        inside &= static_cast<uint64_t>(position[k]) < static_cast<uint64_t>(shape[k]);
+        offset += strides[k] * position[k];
+    }
+    if (!inside) return state.refuseScalar();  // only after a reshape of the store
+    const char* element = store.m_buf + offset;
+    const DimensionBounds bounds = state.currentBounds();
+    // A walk along a row of a column-major store jumps a whole column per item: ask for
+    // the element a few items ahead so that its fetch overlaps this one.
+    prefetchAt(element, 8 * bounds.step * strides[count - 1]);
+    PyObject* item = elementToPython<T>(element);
+    state.isExhausted = !advanceWalk(state.coordinates.back(), bounds);
+    return item;
+}
+
+using ScalarStep = PyObject* (*)(ArrayIterationState&);
+
+// The step for the store's element type, as the library reports it.
+ScalarStep scalarStepFor(const MDACursor& cursor) {
+    const KindDescriptor& info = kindInfo(cursor.m_supportedArrayEnum);
+    data::ArrayType type = cursor.m_store->m_array.type();
+    if (!readerForType(type)) type = cursor.m_isComplex && info.hasComplex ? info.complexType : info.realType;
+    switch (type) {
+#define KEROVA_SCALAR_STEP_CASE(elementType, name) \
+    case data::ArrayType::name:                    \
+        return &nextScalarOf<elementType>;
+        KEROVA_ELEMENT_TYPES(KEROVA_SCALAR_STEP_CASE)
+#undef KEROVA_SCALAR_STEP_CASE
+        default:
+            return &nextScalarOf<double>;
+    }
 }
 
 }  // namespace
@@ -36,10 +75,10 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
       yieldsSubArrays(m_store->m_nDim - baseDepth > 1),
       walk{0, 0, 1},
       hasRecord(static_cast<size_t>(baseDepth) < m_indexItems.size()),
-      reader(nullptr) {
+      nextScalar(nullptr) {
     if (hasRecord) walk = boundsOf(m_indexItems[static_cast<size_t>(baseDepth)]);
     if (!yieldsSubArrays) {
-        reader = storeReader(*this);
+        nextScalar = scalarStepFor(*this);
         return;
     }
     // Each sub-array item is a fresh cursor on the store whose records are the position:
@@ -54,46 +93,34 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
     }
 }
 
-DimensionBounds ArrayIterationState::currentBounds() const noexcept {
-    if (hasRecord) return walk;
-    const auto d = static_cast<size_t>(baseDepth);
-    return {0, d < m_store->m_shape.size() ? m_store->m_shape[d] : 0, 1};
+PyObject* ArrayIterationState::refuseScalar() {
+    int64_t offending = coordinates.back();
+    for (size_t k = 0; k < coordinates.size() && k < m_store->m_shape.size(); ++k) {
+        if (coordinates[k] < 0 || coordinates[k] >= m_store->m_shape[k]) {
+            offending = coordinates[k];
+            break;
+        }
+    }
+    const std::string text = "index has an invalid value: " + std::to_string(offending);
+    PyErr_SetString(PyExc_IndexError, text.c_str());
+    isExhausted = !advanceWalk(coordinates.back(), currentBounds());
+    return nullptr;
 }
 
-PyObject* ArrayIterationState::next() {
+PyObject* ArrayIterationState::nextSubArray() {
     if (isExhausted) {
         PyErr_SetNone(PyExc_StopIteration);
         return nullptr;
     }
     int64_t& position = coordinates.back();
-    PyObject* item = nullptr;
-    if (!yieldsSubArrays) {
-        if (const char* element = elementAddressChecked(*m_store, coordinates.data(), coordinates.size())) {
-            item = reader(element);
-        } else {
-            // Only a store reshaped since the iterator was made gets here.
-            int64_t offending = position;
-            for (size_t k = 0; k < coordinates.size() && k < m_store->m_shape.size(); ++k) {
-                if (coordinates[k] < 0 || coordinates[k] >= m_store->m_shape[k]) {
-                    offending = coordinates[k];
-                    break;
-                }
-            }
-            const std::string text = "index has an invalid value: " + std::to_string(offending);
-            PyErr_SetString(PyExc_IndexError, text.c_str());
-        }
-    } else {
-        std::get<IntegerIndexItem>(prototype->m_indexItems.back()).m_index = position;
-        MDACursor* cursor = nullptr;
-        item = newArrayObject(m_supportedArrayEnum);
-        if (item) {
-            try {
-                cursor = new MDACursor(*prototype);
-                reinterpret_cast<ArrayObject*>(item)->m_cursor = cursor;
-            } catch (const std::bad_alloc&) {
-                Py_CLEAR(item);
-                PyErr_NoMemory();
-            }
+    std::get<IntegerIndexItem>(prototype->m_indexItems.back()).m_index = position;
+    PyObject* item = newArrayObject(m_supportedArrayEnum);
+    if (item) {
+        try {
+            reinterpret_cast<ArrayObject*>(item)->m_cursor = new MDACursor(*prototype);
+        } catch (const std::bad_alloc&) {
+            Py_CLEAR(item);
+            PyErr_NoMemory();
         }
     }
     isExhausted = !advanceWalk(position, currentBounds());

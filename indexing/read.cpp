@@ -11,12 +11,15 @@
 #include "core/py_ref.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
-#include "indexing/partial.h"
 #include "module/globals.h"
 #include "module/slots.h"
 
 namespace kerova {
 
+namespace {
+
+// A new array object of the source's kind holding a partial copy of its cursor (same
+// store, same records, empty caches); `cursor` receives the copy for the caller to adjust.
 PyObject* newObjectWithCursorCopy(const MDACursor& source, MDACursor*& cursor) {
     PyRef object = PyRef::steal(newArrayObject(source.m_supportedArrayEnum));
     if (!object) return nullptr;
@@ -28,8 +31,6 @@ PyObject* newObjectWithCursorCopy(const MDACursor& source, MDACursor*& cursor) {
     reinterpret_cast<ArrayObject*>(object.get())->m_cursor = cursor;
     return object.release();
 }
-
-namespace {
 
 void raiseInvalidIndex(int64_t index) {
     const std::string text = "index has an invalid value: " + std::to_string(index);
@@ -51,12 +52,20 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return nullptr;
     }
+    // Records are settled against the shape when they are made; only a reshape of the
+    // store since then can leave one outside it, which is reported after the other checks.
     int64_t offset = 0;
+    bool outside = false;
+    int64_t outsideIndex = 0;
     for (size_t k = 0; k < depth; ++k) {
         const auto* integer = std::get_if<IntegerIndexItem>(&parent.m_indexItems[k]);
         if (!integer) {
             PyErr_SetString(PyExc_RuntimeError, "slice index unexpectedly found.");
             return nullptr;
+        }
+        if (!outside && static_cast<uint64_t>(integer->m_index) >= static_cast<uint64_t>(shape[k])) {
+            outside = true;
+            outsideIndex = integer->m_index;
         }
         offset += strides[k] * integer->m_index;
     }
@@ -64,17 +73,12 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return nullptr;
     }
-    // Records are settled against the shape when they are made; only a reshape of the
-    // store since then can leave one outside it.
-    for (size_t k = 0; k < depth; ++k) {
-        const int64_t index = std::get<IntegerIndexItem>(parent.m_indexItems[k]).m_index;
-        if (index < 0 || index >= shape[k]) {
-            raiseInvalidIndex(index);
-            return nullptr;
-        }
+    if (!outside && final >= shape[depth]) {
+        outside = true;
+        outsideIndex = final;
     }
-    if (final >= shape[depth]) {
-        raiseInvalidIndex(final);
+    if (outside) {
+        raiseInvalidIndex(outsideIndex);
         return nullptr;
     }
     offset += strides[depth] * final;
@@ -83,22 +87,29 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
 
 template <SupportedArrayEnum K>
 PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
+    const MDArrayWrapper& store = *parent.m_store;
     const int64_t depth = parent.m_numberOfIntegerIndicesSoFar;
-    const int64_t len = currentDimensionLength(parent);
+    const bool dropSlice = parent.endsInSlice();
+    // The length of the dimension, or of the final slice; the common case inline.
+    const int64_t len = !dropSlice && depth >= 0 && depth < store.m_nDim ? store.m_shape[static_cast<size_t>(depth)]
+                                                                          : currentDimensionLength(parent);
     if (len < 0) return nullptr;
-    const int64_t nDim = parent.m_store->m_nDim;
+    const int64_t nDim = store.m_nDim;
     if (depth >= nDim) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return nullptr;
     }
     // Against the final slice's length when there is one: a negative index counts from
-    // the end of the slice.
+    // the end of the slice. An index in range is settled inline; the rest goes through
+    // the full normalisation, which fails.
     IntegerIndexItem record{static_cast<int64_t>(index), false};
-    if (!normalizeIntegerIndex(record, len)) {
+    if (record.m_index >= -len && record.m_index < len) {
+        if (record.m_index < 0) record.m_index += len;
+        record.m_isNormalized = true;
+    } else if (!normalizeIntegerIndex(record, len)) {
         raiseInvalidIndex(index);
         return nullptr;
     }
-    const bool dropSlice = parent.endsInSlice();
     if (dropSlice && !mapIndexThroughSlice(parent, record, len)) return nullptr;
 
     if (depth == nDim - 1) {
@@ -112,7 +123,9 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
     PyRef object = PyRef::steal(newObjectWithCursorCopy(parent, cursor));
     if (!object) return nullptr;
     if (dropSlice) cursor->m_indexItems.pop_back();
-    if (!pushIntegerIndex(*cursor, record)) return nullptr;
+    // What pushIntegerIndex does for a list that no longer ends in a slice.
+    ++cursor->m_numberOfIntegerIndicesSoFar;
+    cursor->m_indexItems.emplace_back(record);
     return object.release();
 }
 

@@ -59,9 +59,10 @@ inline DimensionBounds boundsOf(const IndexItem& record) noexcept {
     return {slice.m_start.value_or(0), slice.m_stop.value_or(0), slice.m_step.value_or(1)};
 }
 
-// Bounds of dimension d under `records`, the whole dimension where no record stands.
-inline DimensionBounds boundsOf(const std::vector<IndexItem>& records, const std::vector<int64_t>& shape,
-                                size_t d) noexcept {
+// Bounds of dimension d under `records` (a cursor's list), the whole dimension where no
+// record stands.
+template <typename Records>
+DimensionBounds boundsOf(const Records& records, const std::vector<int64_t>& shape, size_t d) noexcept {
     if (d < records.size()) return boundsOf(records[d]);
     return {0, d < shape.size() ? shape[d] : 0, 1};
 }

@@ -1,16 +1,28 @@
-// str() and repr() of the eleven array classes: the nested list's own text with every
-// blank squeezed out, framed by the constructor call for repr.
+// str() and repr() of the eleven array classes: the text of the nested list that the
+// array stands for, with every blank squeezed out, framed by the constructor call for
+// repr. The walk is that of the nested lists, element by element in the same order and
+// with the same checks, but each element is written straight into the text with the
+// interpreter's own repr routines (those that float.__repr__ and complex.__repr__ call)
+// instead of becoming a Python object in a list that is then turned into text: the
+// characters are the same, and a large array costs no object per element.
 #include <Python.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <complex>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "core/cursor.h"
-#include "core/py_ref.h"
 #include "indexing/element_value.h"
-#include "indexing/to_list.h"
+#include "indexing/index_ops.h"
+#include "indexing/slice_values.h"
+#include "indexing/walk_checks.h"
 #include "module/globals.h"
 #include "module/slots.h"
 
@@ -20,30 +32,178 @@ namespace {
 
 constexpr const char kComplexMark[] = ", is_complex=True";
 
-// The nested list's text: a new str, or null with the error set.
-template <typename T>
-PyRef listText(const MDACursor& cursor) {
-    const PyRef list = PyRef::steal(cursorToList<T>(cursor));
-    if (!list) return PyRef();
-    return PyRef::steal(PyObject_Str(list.get()));
+bool failText() {
+    failListItem();
+    return false;
 }
 
-// The rendering as UTF-8 bytes: the frame's opening, the list's text up to its first
-// zero byte with the blanks squeezed out (the opening's included), and the frame's end.
-std::optional<std::string> renderUtf8(const MDACursor& cursor, PyObject* text, const char* className, bool withFrame,
+// The text of the nested list, as str() of the list writes it; with `keepBlanks` false
+// the blank after each comma is left out, which is all the blank there is.
+class ListText {
+public:
+    explicit ListText(std::string& out, bool keepBlanks) : m_out(out), m_keepBlanks(keepBlanks) {}
+
+    void open() { m_out += '['; }
+    void close() { m_out += ']'; }
+    void separator() {
+        m_out += ',';
+        if (m_keepBlanks) m_out += ' ';
+    }
+
+    // The repr of the element's Python scalar; false with MemoryError set.
+    template <typename T>
+    bool element(const char* bytes) {
+        if constexpr (data::is_complex_v<T>) {
+            const T value = loadElement<T>(bytes);
+            return complexRepr(static_cast<double>(value.real()), static_cast<double>(value.imag()));
+        } else if constexpr (std::is_same_v<T, bool>) {
+            m_out += *bytes != 0 ? "True" : "False";
+            return true;
+        } else if constexpr (std::is_same_v<T, char16_t>) {
+            return integer(loadElement<uint16_t>(bytes));
+        } else if constexpr (std::is_floating_point_v<T>) {
+            return floatRepr(static_cast<double>(loadElement<T>(bytes)), Py_DTSF_ADD_DOT_0);
+        } else {
+            return integer(loadElement<T>(bytes));
+        }
+    }
+
+private:
+    template <typename I>
+    bool integer(I value) {
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+        m_out.append(digits, end);
+        return true;
+    }
+
+    // What float.__repr__ writes (with Py_DTSF_ADD_DOT_0), or a part of a complex.
+    bool floatRepr(double value, int flags) {
+        char* text = PyOS_double_to_string(value, 'r', 0, flags, nullptr);
+        if (!text) {
+            PyErr_NoMemory();
+            return false;
+        }
+        m_out += text;
+        PyMem_Free(text);
+        return true;
+    }
+
+    // What complex.__repr__ writes: the imaginary part alone when the real part is +0,
+    // otherwise both in parentheses, the imaginary one with its sign.
+    bool complexRepr(double real, double imag) {
+        if (real == 0.0 && std::copysign(1.0, real) == 1.0) {
+            if (!floatRepr(imag, 0)) return false;
+            m_out += 'j';
+            return true;
+        }
+        m_out += '(';
+        if (!floatRepr(real, 0) || !floatRepr(imag, Py_DTSF_SIGN)) return false;
+        m_out += "j)";
+        return true;
+    }
+
+    std::string& m_out;
+    bool m_keepBlanks;
+};
+
+// One level of the walk, as listLevel of the nested lists.
+template <typename T>
+bool writeLevel(const MDArrayWrapper& store, std::vector<int64_t>& coordinates, size_t depth, ListText& text) {
+    if (depth >= store.m_shape.size()) {
+        text.open();
+        text.close();
+        return true;
+    }
+    const int64_t length = store.m_shape[depth];
+    text.open();
+    if (length > 0) {
+        const size_t position = coordinates.size();
+        if (position >= store.m_shape.size()) return failText();
+        if (depth + 1 == static_cast<size_t>(store.m_nDim)) {
+            if (!store.m_buf) return failText();
+            const char* element = store.elementPointerUnchecked(coordinates.data(), position);
+            const int64_t stride = store.m_bytewiseStrides[position];
+            for (int64_t i = 0; i < length; ++i, element += stride) {
+                // Ahead along a row of a column-major store, one column per element.
+                prefetchAt(element, 8 * stride);
+                if (i > 0) text.separator();
+                if (!text.element<T>(element)) return failText();
+            }
+        } else {
+            for (int64_t i = 0; i < length; ++i) {
+                if (i > 0) text.separator();
+                coordinates.push_back(i);
+                const bool written = writeLevel<T>(store, coordinates, depth + 1, text);
+                coordinates.pop_back();
+                if (!written) return failText();
+            }
+        }
+    }
+    text.close();
+    return true;
+}
+
+// The nested list's text, as cursorToList walks it; false with the error set.
+template <typename T>
+bool writeCursor(const MDACursor& cursor, ListText& text) {
+    bool ok = false;
+    std::vector<int64_t> coordinates = getIntegerIndices(cursor, ok);
+    if (!ok) return false;
+    const MDArrayWrapper& store = *cursor.m_store;
+    if (!cursor.endsInSlice()) {
+        const size_t depth = coordinates.size();
+        if (depth < store.m_shape.size() && !coordinatesFitStore(store, coordinates)) return false;
+        coordinates.reserve(store.m_shape.size());
+        return writeLevel<T>(store, coordinates, depth, text);
+    }
+
+    const int64_t depth = cursor.m_numberOfIntegerIndicesSoFar;
+    if (depth < 0 || depth >= store.m_nDim) {
+        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
+        return false;
+    }
+    const SliceIndexItem& slice = cursor.finalSlice();
+    if (!slice.m_isNormalized) {
+        getIntegerIndexValues(slice, store.m_shape[static_cast<size_t>(depth)], ok);
+        return false;
+    }
+    if (!coordinatesFitStore(store, coordinates)) return false;
+    coordinates.reserve(store.m_shape.size());
+    const int64_t count = sliceWalkCount(slice);
+    const int64_t length = store.m_shape[static_cast<size_t>(depth)];
+    text.open();
+    for (int64_t k = 0; k < count; ++k) {
+        const int64_t value = sliceValueAt(slice, k);
+        if (value < 0 || value >= length) return failText();
+        if (k > 0) text.separator();
+        coordinates.push_back(value);
+        bool written = false;
+        if (coordinates.size() == static_cast<size_t>(store.m_nDim)) {
+            const char* element = store.elementPointerUnchecked(coordinates.data(), coordinates.size());
+            written = store.m_buf && text.element<T>(element);
+        } else {
+            written = writeLevel<T>(store, coordinates, static_cast<size_t>(depth) + 1, text);
+        }
+        coordinates.pop_back();
+        if (!written) return failText();
+    }
+    text.close();
+    return true;
+}
+
+template <typename T>
+std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* className, bool withFrame,
                                       bool keepBlanks) {
-    Py_ssize_t size = 0;
-    const char* utf8 = PyUnicode_AsUTF8AndSize(text, &size);
-    if (!utf8) return std::nullopt;
     std::string rendered;
-    rendered.reserve(static_cast<size_t>(size) + 48);
+    rendered.reserve(static_cast<size_t>(std::max<int64_t>(cursor.m_store->m_numElems, 1)) * 8 + 64);
     if (withFrame) {
         rendered += "kerova.";
         rendered += className;
         rendered += '(';
     }
-    rendered.append(utf8, strnlen(utf8, static_cast<size_t>(size)));
-    if (!keepBlanks) rendered.erase(std::remove(rendered.begin(), rendered.end(), ' '), rendered.end());
+    ListText text(rendered, keepBlanks);
+    if (!writeCursor<T>(cursor, text)) return std::nullopt;
     if (withFrame) {
         if (cursor.m_isComplex) rendered += kComplexMark;
         rendered += ')';
@@ -51,42 +211,9 @@ std::optional<std::string> renderUtf8(const MDACursor& cursor, PyObject* text, c
     return rendered;
 }
 
-// The same for an ASCII text, written straight into the resulting str: no intermediate
-// byte string and no decoding pass, which matter for the text of a large array.
-PyObject* renderAscii(const MDACursor& cursor, PyObject* text, const char* className, bool withFrame) {
-    const char* source = static_cast<const char*>(PyUnicode_DATA(text));
-    const size_t length = strnlen(source, static_cast<size_t>(PyUnicode_GET_LENGTH(text)));
-    const char* const sourceEnd = source + length;
-    const size_t blanks = static_cast<size_t>(std::count(source, sourceEnd, ' '));
-    const size_t nameLength = std::strlen(className);
-    const size_t frame = withFrame ? 7 + nameLength + 1 + (cursor.m_isComplex ? sizeof(kComplexMark) - 1 : 0) + 1 : 0;
-    PyObject* result = PyUnicode_New(static_cast<Py_ssize_t>(length - blanks + frame), 127);
-    if (!result) return nullptr;
-    char* out = reinterpret_cast<char*>(PyUnicode_1BYTE_DATA(result));
-    if (withFrame) {
-        out = std::copy_n("kerova.", 7, out);
-        out = std::copy_n(className, nameLength, out);
-        *out++ = '(';
-    }
-    while (source < sourceEnd) {
-        const char* blank = static_cast<const char*>(std::memchr(source, ' ', static_cast<size_t>(sourceEnd - source)));
-        const char* segmentEnd = blank ? blank : sourceEnd;
-        out = std::copy(source, segmentEnd, out);
-        source = blank ? blank + 1 : sourceEnd;
-    }
-    if (withFrame) {
-        if (cursor.m_isComplex) out = std::copy_n(kComplexMark, sizeof(kComplexMark) - 1, out);
-        *out++ = ')';
-    }
-    return result;
-}
-
 template <typename T>
 PyObject* renderText(const MDACursor& cursor, const char* className, bool withFrame, bool keepBlanks) {
-    const PyRef text = listText<T>(cursor);
-    if (!text) return nullptr;
-    if (!keepBlanks && PyUnicode_IS_ASCII(text.get())) return renderAscii(cursor, text.get(), className, withFrame);
-    const std::optional<std::string> bytes = renderUtf8(cursor, text.get(), className, withFrame, keepBlanks);
+    const std::optional<std::string> bytes = renderUtf8<T>(cursor, className, withFrame, keepBlanks);
     if (!bytes) return nullptr;
     return PyUnicode_Decode(bytes->data(), static_cast<Py_ssize_t>(bytes->size()), nullptr, nullptr);
 }

@@ -1,7 +1,7 @@
 // An array, or the sub-array that a cursor stands for, as nested Python lists: the outer
 // list runs over the first open dimension, the innermost over the store's last one, so
-// the nesting follows the indices whatever the storage order. Rendering, pickling and
-// materialisation are built on it.
+// the nesting follows the indices whatever the storage order. Pickling and
+// materialisation are built on it; the text of an array is written by the same walk.
 #include "indexing/to_list.h"
 
 #include <algorithm>
@@ -11,32 +11,11 @@
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slice_values.h"
+#include "indexing/walk_checks.h"
 
 namespace kerova {
 
 namespace {
-
-PyObject* failListItem() {
-    PyErr_SetString(PyExc_RuntimeError, "unable to set list item.");
-    return nullptr;
-}
-
-// Coordinates come from records settled against the shape when they were made; a store
-// reshaped since can leave them outside it, and then nothing is read.
-bool coordinatesFitStore(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates) {
-    if (coordinates.size() > store.m_shape.size()) {
-        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
-        return false;
-    }
-    for (size_t k = 0; k < coordinates.size(); ++k) {
-        if (coordinates[k] < 0 || coordinates[k] >= store.m_shape[k]) {
-            const std::string text = "index has an invalid value: " + std::to_string(coordinates[k]);
-            PyErr_SetString(PyExc_IndexError, text.c_str());
-            return false;
-        }
-    }
-    return true;
-}
 
 const char* addressOf(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates) {
     return store.elementPointerUnchecked(coordinates.data(), coordinates.size());

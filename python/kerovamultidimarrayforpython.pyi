@@ -1,23 +1,32 @@
-# The extension module behind kerova; see the kerova package for the classes.
-import kerova
+# Type stubs of the extension module behind kerova. The classes are documented in the
+# kerova package, which re-exports them under the names that repr and pickle use.
+from collections.abc import Iterator
+from typing import Any, final
+
+from typing_extensions import Self
+
 from kerova import (
-    double as double,
-    single as single,
-    int8 as int8,
-    uint8 as uint8,
-    int16 as int16,
-    uint16 as uint16,
-    int32 as int32,
-    uint32 as uint32,
-    int64 as int64,
-    uint64 as uint64,
-    logical as logical,
     ShapeError as ShapeError,
     SizeError as SizeError,
+    double as double,
+    int8 as int8,
+    int16 as int16,
+    int32 as int32,
+    int64 as int64,
+    logical as logical,
+    single as single,
+    uint8 as uint8,
+    uint16 as uint16,
+    uint32 as uint32,
+    uint64 as uint64,
 )
 
-class KVPyIter:
-    def __iter__(self) -> KVPyIter: ...
-    def __next__(self) -> object: ...
+# The iterator of the array classes; it cannot be made from Python.
+@final
+class KVPyIter(Iterator[Any]):
+    def __iter__(self) -> Self: ...
+    def __next__(self) -> Any: ...
 
+# The capsule "kerovamultidimarrayforpython._capi": the native entry table for other
+# extension modules (PyCapsule_Import).
 _capi: object

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the native GoogleTest suites and pytest.
+# Builds everything and runs every test: the native GoogleTest suites, pytest, the
+# type-stub check and the smoke test of the wheel in a fresh virtual environment.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,3 +13,9 @@ ctest --test-dir build/native --output-on-failure
 
 echo "== behaviour tests (pytest)"
 python -m pytest -q
+
+echo "== type stubs (mypy --strict on the example, stubtest)"
+bash scripts/typecheck.sh
+
+echo "== wheel (built, installed in a fresh venv, smoke-tested there)"
+bash scripts/wheel_smoke.sh

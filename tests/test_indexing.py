@@ -1,6 +1,8 @@
 """Reading by index, slices and slices of slices, nested lists and text."""
 
 import gc
+import math
+import random
 
 import pytest
 
@@ -176,6 +178,37 @@ def test_text_of_three_dimensions_and_large_arrays():
     assert str(b) == str(rows).replace(" ", "")
     assert str(b[3:40:5]) == str(rows[3:40:5]).replace(" ", "")
     assert str(b[7][::-3]) == str(rows[7][::-3]).replace(" ", "")
+
+
+SPECIAL_FLOATS = [0.0, -0.0, math.inf, -math.inf, math.nan, 1e16, 1.5e16, 1e-5, 1e-4, 0.1, 1 / 3,
+                  9999999999999998.0, 5e-324, 1.7976931348623157e308, 123456789012345680.0, -2.5, 1e22]
+
+
+@pytest.mark.parametrize("cls, is_complex", [
+    ("double", False), ("single", False), ("double", True), ("single", True),
+    ("int64", False), ("uint64", False), ("int8", True), ("uint64", True), ("logical", False),
+])
+def test_text_is_the_repr_of_the_scalars_read(cls, is_complex):
+    rng = random.Random(cls)
+    if cls in ("double", "single"):
+        pool = SPECIAL_FLOATS + [rng.uniform(-1e6, 1e6) * 10.0 ** rng.randint(-40, 40) for _ in range(200)]
+    else:
+        pool = [0, 1, 2, 7, 100, 127] + [rng.randrange(-128, 128) for _ in range(50)]
+        if cls.startswith("u"):
+            pool = [abs(v) for v in pool] + [2**53 + 1, 2**63, 2**64 - 1] * (cls == "uint64")
+        elif cls == "int64":
+            pool += [-2**63, 2**63 - 1]
+        elif cls == "logical":
+            pool = [0, 1]
+    if is_complex:
+        pool = [complex(rng.choice(pool), rng.choice(pool)) for _ in range(120)]
+        if cls in ("double", "single"):
+            pool += [complex(-0.0, 1), complex(0.0, -0.0), complex(math.nan, math.nan), complex(0, math.inf)]
+    rows = [[rng.choice(pool) for _ in range(9)] for _ in range(7)]
+    a = getattr(kerova, cls)(rows, is_complex=is_complex)
+    read = [[x for x in row] for row in a]
+    assert str(a) == str(read).replace(" ", "")
+    assert str(a[2][::-2]) == str(read[2][::-2]).replace(" ", "")
 
 
 def test_partial_array_outlives_parent(a23):

@@ -176,6 +176,11 @@ def test_equality_agrees_with_the_walk_on_random_views():
             assert (x == x) is walk_equal(x, x)
 
 
+def test_array_with_nan_is_not_equal_to_itself():
+    a = kerova.double([[1, NAN]])
+    assert (a == a) is False and (a[0][0:1] == a[0][0:1]) is True
+
+
 def test_large_equality_finds_single_difference():
     rows = [[float(i * 300 + j) for j in range(300)] for i in range(200)]
     a, b = kerova.double(rows), kerova.double(rows)
