@@ -38,7 +38,8 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromInitializer(PyObject* object, bool&
     }
     if (!finishShape()) return noBuffer<T>();
     while (m_dims.size() > 2 && m_dims.back() == 1) m_dims.pop_back();
-    return outputBufferFromElements(ok);
+    ok = true;
+    return std::move(m_imported);  // empty on the sequence road, whose elements are held
 }
 
 template <typename T>
@@ -102,29 +103,46 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
     // claims more than its bytes hold would make an array that reads past its data.
     if (productOfDims(shape) != count) return raise("input does not fit evenly into output type.");
 
-    if (!reserveElements(count)) return false;
-    if (count > 0) {
-        if constexpr (std::is_same_v<T, bool>) {
-            const auto* source = static_cast<const unsigned char*>(view.buf);
-            for (size_t i = 0; i < count; ++i) m_elements.push_back(source[i] != 0);
-        } else {
-            const size_t offset = m_elements.size();
-            m_elements.resize(offset + count);
-            std::memcpy(static_cast<void*>(m_elements.data() + offset), view.buf, count * sizeof(T));
-        }
-    }
-
-    m_dims.insert(m_dims.end(), shape.begin(), shape.end());
-    if (view.ndim >= 2) {
-        // One element from the first index to the next: the first index varies fastest.
-        // No strides means C order: the first stride spans all later dimensions, and it is
-        // one element exactly when their lengths multiply to 1. (Computed so, the product
-        // of lengths that only an empty buffer can have does not overflow.)
-        m_isColumnMajor = view.itemsize != 0 &&
+    // One element from the first index to the next means the first index varies
+    // fastest. No strides means C order: the first stride spans all later dimensions,
+    // and it is one element exactly when their lengths multiply to 1. (Computed so, the
+    // product of lengths that only an empty buffer can have does not overflow.)
+    const bool columnMajor =
+        view.ndim < 2 || (view.itemsize != 0 &&
                           (view.strides != nullptr
                                ? view.strides[0] / view.itemsize == 1
-                               : productOfDims(std::vector<uint64_t>(shape.begin() + 1, shape.end())) == 1);
+                               : productOfDims(std::vector<uint64_t>(shape.begin() + 1, shape.end())) == 1));
+
+    // The bytes go straight into the output block, gathered into column-major order
+    // where they lie in row order.
+    data::buffer_ptr_t<T> block = requestBuffer(count);
+    if (!block && count > 0) {
+        raiseNoMemory(std::to_string(count));
+        return false;
     }
+    const bool gather = !columnMajor && count >= 2;
+    if (count > 0) {
+        if constexpr (std::is_same_v<T, bool>) {
+            // One source byte per element, read as a truth value.
+            const auto* source = static_cast<const unsigned char*>(view.buf);
+            auto* target = reinterpret_cast<unsigned char*>(block.get());
+            if (gather) {
+                data::gatherRowMajor(source, target, std::vector<size_t>(shape.begin(), shape.end()));
+                source = target;
+            }
+            for (size_t i = 0; i < count; ++i) target[i] = source[i] != 0;
+        } else if (gather) {
+            data::gatherRowMajor(static_cast<const T*>(view.buf), block.get(),
+                                 std::vector<size_t>(shape.begin(), shape.end()));
+        } else {
+            std::memcpy(static_cast<void*>(block.get()), view.buf, count * sizeof(T));
+        }
+    }
+    m_fromBuffer = true;
+    m_imported = std::move(block);
+    m_importedCount = count;
+    m_isColumnMajor = true;
+    m_dims.insert(m_dims.end(), shape.begin(), shape.end());
     return true;
 }
 

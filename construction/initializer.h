@@ -71,7 +71,7 @@ public:
     // What the scan left, for assignment and materialisation.
     const std::vector<uint64_t>& dims() const noexcept { return m_dims; }
     const std::vector<uint64_t>& sizeDims() const noexcept { return m_size; }
-    size_t elementCount() const noexcept { return m_elements.size(); }
+    size_t elementCount() const noexcept { return m_fromBuffer ? m_importedCount : m_elements.size(); }
     T elementAt(size_t index) const { return m_elements[index]; }
     void copyElementsTo(T* out) const;
     bool isColumnMajor() const noexcept { return m_isColumnMajor; }
@@ -85,6 +85,7 @@ private:
     static const char* kindName() { return kindNameOf<T>(); }
     bool scanSequence(PyObject* sequence, bool allowFloatForLogical);
     bool scanScalar(PyObject* object, bool allowFloatForLogical);
+    bool acceptElement(const T& element);
     void appendElement(const T& element) {
         if (m_elements.size() == m_elements.capacity()) growElements();
         m_elements.push_back(element);
@@ -109,6 +110,10 @@ private:
     uint64_t m_depth = 0;
     uint64_t m_leafDepth = 0;
     std::vector<uint64_t> m_lengths;
+    // The buffer road imports straight into the output block, in column-major order.
+    bool m_fromBuffer = false;
+    data::buffer_ptr_t<T> m_imported{nullptr, nullptr};
+    size_t m_importedCount = 0;
 };
 
 // An output buffer that owns nothing.
@@ -172,11 +177,12 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(const ConstructorArgument
     }
     if (!hasVector) {
         data::buffer_ptr_t<T> buffer = fromInitializer(arguments.initializer, ok);
-        if (ok && hasSize && !checkSizeAgainstDims()) {
+        if (!ok) return noBuffer<T>();
+        if (hasSize && !checkSizeAgainstDims()) {
             ok = false;
             return noBuffer<T>();
         }
-        return buffer;
+        return m_fromBuffer ? std::move(buffer) : outputBufferFromElements(ok);
     }
     return fromVector(arguments.vector, ok);
 }
@@ -217,6 +223,8 @@ data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
 }
 
 // The output buffer holding the scratch store's elements, in the order they were met.
+// The output block of the collected elements. Elements collected in row order are
+// gathered into column-major order on the way, so that the block is written once.
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
     const size_t count = elementCount();
@@ -225,6 +233,14 @@ data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
         raiseNoMemory(std::to_string(count));
         ok = false;
         return noBuffer<T>();
+    }
+    if constexpr (!std::is_same_v<T, bool>) {
+        if (!m_isColumnMajor && count >= 2) {
+            data::gatherRowMajor(m_elements.data(), buffer.get(), arrayDims());
+            m_isColumnMajor = true;
+            ok = true;
+            return buffer;
+        }
     }
     copyElementsTo(buffer.get());
     ok = true;

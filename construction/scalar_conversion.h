@@ -269,6 +269,67 @@ ScalarResult<std::complex<P>> convertComplex(PyObject* object) {
 
 }  // namespace detail
 
+namespace detail {
+// The value of an exact int of at most one digit, read from the object itself; false for
+// a wider one, which takes the general reading.
+inline bool smallIntValue(PyObject* object, long long& value) noexcept {
+#if PY_VERSION_HEX >= 0x030C0000
+    if (!PyUnstable_Long_IsCompact(reinterpret_cast<PyLongObject*>(object))) return false;
+    value = PyUnstable_Long_CompactValue(reinterpret_cast<PyLongObject*>(object));
+    return true;
+#else
+    const Py_ssize_t size = Py_SIZE(object);
+    if (size < -1 || size > 1) return false;
+    value = static_cast<long long>(size) * static_cast<long long>(reinterpret_cast<PyLongObject*>(object)->ob_digit[0]);
+    return true;
+#endif
+}
+}  // namespace detail
+
+// The common case of a construction walk without the result record: an exact float for
+// a floating kind, an exact int in range for an integer kind or logical. It gives the
+// element that convertScalar would give; false sends the object through convertScalar,
+// which then gives the element or the refusal.
+template <typename T>
+inline bool fastConvert(PyObject* object, T& out) noexcept {
+    if constexpr (data::is_complex_v<T>) {
+        (void)object;
+        (void)out;
+        return false;
+    } else {
+        if constexpr (std::is_floating_point_v<T>) {
+            if (PyFloat_CheckExact(object)) {
+                const double value = PyFloat_AS_DOUBLE(object);
+                if constexpr (std::is_same_v<T, float>) {
+                    constexpr double kMax = std::numeric_limits<float>::max();
+                    if (!(value >= -kMax && value <= kMax)) return false;  // saturation and NaN
+                }
+                out = static_cast<T>(value);
+                return true;
+            }
+        }
+        if (!PyLong_CheckExact(object)) return false;
+        long long value;
+        if (!detail::smallIntValue(object, value)) {
+            int overflow = 0;
+            value = PyLong_AsLongLongAndOverflow(object, &overflow);
+            if (overflow != 0 || (value == -1 && PyErr_Occurred())) {
+                PyErr_Clear();
+                return false;
+            }
+        }
+        if constexpr (!std::is_same_v<T, bool> && !std::is_floating_point_v<T>) {
+            using Wide = std::conditional_t<std::is_signed_v<T>, long long, unsigned long long>;
+            if (value < static_cast<long long>(std::numeric_limits<T>::min())) return false;
+            if constexpr (sizeof(T) < sizeof(long long)) {
+                if (static_cast<Wide>(value) > static_cast<Wide>(std::numeric_limits<T>::max())) return false;
+            }
+        }
+        out = static_cast<T>(value);
+        return true;
+    }
+}
+
 // One Python value as one element of type T (any of the 11 real or 10 complex element
 // types). `allowFloatForLogical` lets `logical` take floats and complex values by their
 // truth; it matters for no other kind.

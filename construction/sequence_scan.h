@@ -60,19 +60,24 @@ bool MDAInitializer<T>::scanScalar(PyObject* object, bool allowFloatForLogical) 
         result.raise();
         return false;
     }
+    return acceptElement(result.value);
+}
+
+// Places a converted scalar: all scalars stand at one depth, and the first one tells how
+// many elements a rectangular input holds, for the one reservation.
+template <typename T>
+bool MDAInitializer<T>::acceptElement(const T& element) {
     if (m_leafDepth == 0) {
         m_leafDepth = m_depth;
     } else if (m_leafDepth != m_depth) {
         PyErr_SetString(PyExc_ValueError, "arrays must be rectangular.");
         return false;
     }
-    appendElement(result.value);
+    appendElement(element);
     if (m_dims.empty()) {  // the whole initializer is this one scalar
         m_dims.push_back(1);
         m_dims.push_back(1);
     }
-    // At the first scalar the open lengths tell how many elements a rectangular
-    // input holds: one reservation for all of them.
     if (!m_isReserved) return reserveElements(productOfDims(m_lengths));
     return true;
 }
@@ -96,9 +101,18 @@ bool MDAInitializer<T>::scanSequence(PyObject* sequence, bool allowFloatForLogic
         PyRef holder;
         PyObject* item = sequenceItem(sequence, i, holder);
         if (item == nullptr) return scan_detail::raiseNullDataPointer();
-        const bool scanned = PyFloat_CheckExact(item) || PyLong_CheckExact(item)
-                                 ? scanScalar(item, allowFloatForLogical)
-                                 : scan(item, allowFloatForLogical);
+        T element;
+        if (fastConvert<T>(item, element)) {
+            // The settled case of every scalar after the first: right depth, reserved.
+            if (m_leafDepth == m_depth && m_isReserved) {
+                appendElement(element);
+                continue;
+            }
+            if (!acceptElement(element)) return false;
+            continue;
+        }
+        const bool scanned = PyFloat_CheckExact(item) || PyLong_CheckExact(item) ? scanScalar(item, allowFloatForLogical)
+                                                                                 : scan(item, allowFloatForLogical);
         if (!scanned) return false;
     }
 

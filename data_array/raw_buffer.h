@@ -10,6 +10,12 @@
 
 namespace kerova::data {
 
+// Writes the row-major block `source` of `dims` into `target` in column-major order.
+template <typename T>
+void gatherRowMajor(const T* source, T* target, const std::vector<size_t>& dims) {
+    detail::gather_row_major(source, target, sizeof(T), dims);
+}
+
 // A new column-major array holding the row-major block `data` of `dims`. The block is
 // left to its owner. `numElements` must be the product of `dims`.
 template <typename T>
