@@ -2,10 +2,15 @@
 // index records that say which sub-array the object stands for.
 #pragma once
 
+#include <Python.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
-#include <vector>
+
+#include <boost/container/small_vector.hpp>
 
 #include "core/store.h"
 #include "indexing/index_item.h"
@@ -13,8 +18,20 @@
 
 namespace kerova {
 
+// The records of a cursor. Two fit in place, which covers every partial array of a
+// two-dimensional array without a separate allocation.
+using IndexItems = boost::container::small_vector<IndexItem, 2>;
+
 class MDACursor {
 public:
+    // Cursors are made and freed for every index step, always under the interpreter's
+    // lock: they come from the interpreter's small-object allocator.
+    static void* operator new(std::size_t size) {
+        if (void* memory = PyObject_Malloc(size)) return memory;
+        throw std::bad_alloc();
+    }
+    static void operator delete(void* memory) noexcept { PyObject_Free(memory); }
+
     // A whole array over a new store bound to `array`. Throws std::bad_alloc when the
     // mirror cannot be allocated; makeCursor turns that into MemoryError.
     MDACursor(data::Array&& array, SupportedArrayEnum kind, bool isComplex, bool columnMajor);
@@ -35,7 +52,7 @@ public:
     std::shared_ptr<MDArrayWrapper> m_store;
     SupportedArrayEnum m_supportedArrayEnum;
     bool m_isComplex;
-    std::vector<IndexItem> m_indexItems;
+    IndexItems m_indexItems;
     int64_t m_numberOfIntegerIndicesSoFar = 0;
     std::optional<data::Array> m_indexedArrayAsMDA;
     std::unique_ptr<MDACursor> m_materializedCursor;

@@ -45,8 +45,24 @@ std::shared_ptr<Impl> adopt_handle(Impl* impl) {
     return std::shared_ptr<Impl>(impl, LibraryDeleter<Impl>{});
 }
 
+// A handle that ends its object when it goes, for the objects that live only inside
+// one call: no control block, so nothing is allocated for it.
+template <typename Impl>
+using scoped_handle = std::unique_ptr<Impl, LibraryDeleter<Impl>>;
+
+// Takes ownership of `impl` for the rest of the caller's scope. The destroy operation
+// is found first, as for adopt_handle.
+template <typename Impl>
+scoped_handle<Impl> adopt_scoped(Impl* impl) {
+    LibraryDeleter<Impl>::destroy();
+    return scoped_handle<Impl>(impl);
+}
+
 // Hands a code to throw_if_error. The library fills no error text, so it is empty.
 inline void check(int code) {
+    if (code == 0) [[likely]] {
+        return;
+    }
     const std::string errorText;
     throw_if_error(code, errorText);
 }

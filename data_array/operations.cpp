@@ -72,8 +72,10 @@ IteratorImpl* clone_iterator(IteratorImpl* iterator) {
     return cloneIterator(iterator);
 }
 
+// The iterator lives only for this call: its handle is a scoped one, which costs no
+// allocation and still ends it exactly once, before the address is used.
 void* element_pointer(IteratorImpl* iterator) {
-    const std::shared_ptr<IteratorImpl> handle = adopt_handle(iterator);
+    const scoped_handle<IteratorImpl> handle = adopt_scoped(iterator);
     static const auto getPointer = resolve_operation<fn::iterator_get_pointer>();
     void* current = nullptr;
     getPointer(handle.get(), &current);
@@ -81,7 +83,7 @@ void* element_pointer(IteratorImpl* iterator) {
 }
 
 void* complex_element_pointer(IteratorImpl* iterator) {
-    const std::shared_ptr<IteratorImpl> handle = adopt_handle(iterator);
+    const scoped_handle<IteratorImpl> handle = adopt_scoped(iterator);
     void* current = nullptr;
     static const auto getComplexPointer = optional_operation<fn::iterator_get_complex_pointer>();
     if (getComplexPointer != nullptr) {
@@ -93,7 +95,7 @@ void* complex_element_pointer(IteratorImpl* iterator) {
     static const auto getReference = resolve_operation<fn::iterator_get_reference>();
     ReferenceImpl* rawReference = nullptr;
     getReference(handle.get(), &rawReference);
-    const std::shared_ptr<ReferenceImpl> reference = adopt_handle(rawReference);
+    const scoped_handle<ReferenceImpl> reference = adopt_scoped(rawReference);
     static const auto getComplexPointers = resolve_operation<fn::reference_get_complex_pointers>();
     void* imag = nullptr;
     check(getComplexPointers(reference.get(), &current, &imag));

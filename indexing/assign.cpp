@@ -43,13 +43,23 @@ int raiseSetValueFailed() {
     return -1;
 }
 
+// The element position of a byte offset into the store. Where the store holds elements
+// of T, as it does on every road that writes, the divisor is a constant and the
+// division costs no divide instruction.
+template <typename T>
+int64_t elementPosition(const MDArrayWrapper& store, int64_t offset) {
+    constexpr auto size = static_cast<int64_t>(sizeof(T));
+    return store.m_elemSizeInBytes == size ? offset / size : offset / store.m_elemSizeInBytes;
+}
+
 // Element position of the coordinates in storage order; -1 for more coordinates than
 // the store has dimensions.
+template <typename T>
 int64_t linearIndexOf(const MDArrayWrapper& store, const int64_t* coordinates, size_t count) {
     if (count > static_cast<size_t>(std::max(store.m_nDim, 0))) return -1;
     int64_t offset = 0;
     for (size_t k = 0; k < count; ++k) offset += store.m_bytewiseStrides[k] * coordinates[k];
-    return offset / store.m_elemSizeInBytes;
+    return elementPosition<T>(store, offset);
 }
 
 // Writes the element at `linear` to the library array and then to the mirror. The
@@ -89,7 +99,7 @@ void writeElement(MDArrayWrapper& store, int64_t linear, const T& value) {
 
 template <typename T>
 bool setElement(MDArrayWrapper& store, const int64_t* coordinates, size_t count, const T& value) {
-    const int64_t linear = linearIndexOf(store, coordinates, count);
+    const int64_t linear = linearIndexOf<T>(store, coordinates, count);
     if (linear < 0) {
         PyErr_SetString(PyExc_RuntimeError, "unable to set value.");
         return false;
@@ -151,7 +161,7 @@ int assignElement(MDACursor& cursor, int64_t index, PyObject* value) {
         offset += strides[k] * integer->m_index;
     }
     offset += strides[depth] * index;
-    const int64_t linear = offset / store.m_elemSizeInBytes;
+    const int64_t linear = elementPosition<T>(store, offset);
     if (linear < 0) {
         PyErr_SetString(PyExc_RuntimeError, "unable to set value.");
         return -1;
@@ -259,6 +269,7 @@ int assignByIndex(MDACursor& cursor, PyObject* index, PyObject* value) {
 
     if (PyLong_Check(index)) {
         const Py_ssize_t raw = PyLong_AsSsize_t(index);
+        if (raw == -1 && PyErr_Occurred()) return -1;  // beyond the 64-bit range: nothing is written
         IntegerIndexItem record{static_cast<int64_t>(raw), false};
         if (!normalizeIntegerIndex(record, len)) {
             const std::string text = "index has an invalid value: " + std::to_string(raw);

@@ -277,7 +277,7 @@ std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count) {
 }
 
 bool nextCoordinates(std::vector<int64_t>& coordinates, const std::vector<int64_t>& shape,
-                     const std::vector<IndexItem>& records) {
+                     const IndexItems& records) {
     if (coordinates.empty()) return true;
     for (size_t d = coordinates.size(); d-- > 0;) {
         if (d >= shape.size()) return false;  // a store reshaped under the walk

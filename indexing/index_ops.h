@@ -29,6 +29,6 @@ std::vector<int64_t> getIntegerIndicesWithFinal(const MDACursor& cursor, int64_t
 // The odometer over the box that a list of records selects (the last dimension moves first).
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count);
 bool nextCoordinates(std::vector<int64_t>& coordinates, const std::vector<int64_t>& shape,
-                     const std::vector<IndexItem>& records);
+                     const IndexItems& records);
 
 }  // namespace kerova

@@ -149,8 +149,10 @@ PyObject* readByIndexObject(PyObject* self, PyObject* index) {
         return nullptr;
     }
     if (PyLong_Check(index)) {
-        // An int beyond the 64-bit range goes on as -1 with its OverflowError pending.
-        return readInteger<K>(*parent, PyLong_AsSsize_t(index));
+        // An int beyond the 64-bit range stops here with its OverflowError.
+        const Py_ssize_t position = PyLong_AsSsize_t(index);
+        if (position == -1 && PyErr_Occurred()) return nullptr;
+        return readInteger<K>(*parent, position);
     }
     if (Py_TYPE(index) != &PySlice_Type) {
         PyErr_SetString(PyExc_RuntimeError, "index is not an integer or slice.");

@@ -164,7 +164,7 @@ PyObject* getSize(PyObject* self, void*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
     const int64_t n = cursor->m_numberOfIntegerIndicesSoFar;
-    const std::vector<IndexItem> records = cursor->m_indexItems;
+    const IndexItems& records = cursor->m_indexItems;
     const uint64_t beyond = static_cast<uint64_t>(records.size()) - static_cast<uint64_t>(n);
     if (beyond > 1) {
         PyErr_SetString(PyExc_RuntimeError, "at most one slice expected.");

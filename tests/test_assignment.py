@@ -61,6 +61,10 @@ def test_element_write_refused_leaves_array(cls, value, error, message):
     # the write side normalises against the whole dimension, not the final slice
     (lambda a: a[0][1:3], -1, RuntimeError, "unable to index into slice."),
     (lambda a: a[0][1:3], 3, RuntimeError, "unable to index into slice."),
+    # an int beyond 64 bits is refused before anything is written
+    (lambda a: a, 2**70, OverflowError, "Python int too large to convert to C ssize_t"),
+    (lambda a: a[0], 2**70, OverflowError, "Python int too large to convert to C ssize_t"),
+    (lambda a: a[0], -2**70, OverflowError, "Python int too large to convert to C ssize_t"),
 ])
 def test_index_errors(target, index, error, message):
     a = grid(2, 5)

@@ -80,6 +80,15 @@ def test_index_out_of_range(a23, chain, index):
     assert str(error.value) == f"index has an invalid value: {index}"
 
 
+@pytest.mark.parametrize("chain", [
+    lambda a: a[2**70], lambda a: a[0][2**70], lambda a: a[0][-2**70], lambda a: a[0][1:3][2**64],
+])
+def test_index_beyond_64_bits_raises_overflow(a23, chain):
+    with pytest.raises(OverflowError):
+        chain(a23)
+    assert a23[1][2] == 6.0  # the interpreter's error state is clean again
+
+
 @pytest.mark.parametrize("index", [(1, 2), Ellipsis, None, [1, 2], 1.0, "x"])
 def test_index_forms_refused(a23, index):
     with pytest.raises(RuntimeError, match=r"^index is not an integer or slice\.$"):

@@ -1,4 +1,5 @@
 // Iterators and element references: element addresses in an array's storage.
+#include <atomic>
 #include <cstring>
 
 #include "provider.h"
@@ -6,13 +7,28 @@
 namespace kerova::provider {
 namespace {
 
+// Callers make an iterator, read its address and end it, over and over: the last
+// iterator ended is kept for the next one instead of going back to the heap. The slot
+// is taken and filled by atomic exchanges, so each object has one owner at a time
+// from whatever thread the library is called. The object left in it at exit stays
+// reachable from here.
+std::atomic<IteratorImpl*> g_spareIterator{nullptr};
+
+IteratorImpl* newIterator(const IteratorImpl& value) {
+    if (IteratorImpl* spare = g_spareIterator.exchange(nullptr, std::memory_order_acquire)) {
+        *spare = value;
+        return spare;
+    }
+    return new IteratorImpl(value);
+}
+
 IteratorImpl* makeIterator(const ArrayImpl* array, bool atEnd) noexcept {
     if (array == nullptr) {
         return nullptr;
     }
     return guardedOrNull([&] {
         std::byte* end = array->data() + array->bytes();
-        return new IteratorImpl{atEnd ? end : array->data(), end, array->kind};
+        return newIterator(IteratorImpl{atEnd ? end : array->data(), end, array->kind});
     });
 }
 
@@ -28,10 +44,14 @@ IteratorImpl* iterator_clone(IteratorImpl* iterator) noexcept {
     if (iterator == nullptr) {
         return nullptr;
     }
-    return guardedOrNull([iterator] { return new IteratorImpl(*iterator); });
+    return guardedOrNull([iterator] { return newIterator(*iterator); });
 }
 
-void iterator_destroy(IteratorImpl* iterator) noexcept { delete iterator; }
+void iterator_destroy(IteratorImpl* iterator) noexcept {
+    if (iterator != nullptr) {
+        delete g_spareIterator.exchange(iterator, std::memory_order_acq_rel);
+    }
+}
 
 int iterator_get_pointer(IteratorImpl* iterator, void** address) noexcept {
     if (iterator == nullptr || address == nullptr) {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "data_array/element_types.h"
@@ -321,6 +322,93 @@ TEST_F(Provider, IteratorFormsAgree) {
     EXPECT_TRUE(convertible);
     EXPECT_EQ(OP(array_type_is_convertible)(kDouble, kInt8, &convertible), 0);
     EXPECT_FALSE(convertible);
+}
+
+// Ended iterators are handed out again: a new one carries nothing of the one before,
+// and several can be alive at once.
+TEST_F(Provider, IteratorsMadeAfterOthersEndedHaveTheirOwnPosition) {
+    const size_t dims[] = {1, 2};
+    ArrayImpl* raw = nullptr;
+    ASSERT_EQ(OP(array_factory_create_array)(factory, kComplexDouble, dims, 2, &raw), 0);
+    ArrayPtr complexArray(raw);
+    ArrayPtr real = doubles({1, 2, 3}, {1, 3});
+
+    // An end iterator ended, then a begin iterator of another array: the reference of
+    // the new one is not past the end, and writes through it land in that array.
+    OP(iterator_destroy)(OP(array_end_v2)(complexArray.get(), false));
+    IteratorImpl* iterator = OP(array_begin_v2)(complexArray.get(), true);
+    ReferenceImpl* reference = nullptr;
+    ASSERT_EQ(OP(iterator_get_reference)(iterator, &reference), 0);
+    ReferencePtr held(reference);
+    const double re = 5, im = 6;
+    EXPECT_EQ(OP(reference_set_complex)(reference, kComplexDouble, &re, &im), 0);
+    EXPECT_EQ(*reinterpret_cast<std::complex<double>*>(beginOf(complexArray.get())), std::complex<double>(5, 6));
+    OP(iterator_destroy)(iterator);
+
+    // A real array's iterator made from the ended complex one knows its own kind.
+    iterator = OP(array_begin_v2)(real.get(), false);
+    void* address = nullptr;
+    EXPECT_EQ(OP(iterator_get_complex_pointer)(iterator, &address), 9) << "not a complex array";
+    IteratorImpl* copy = OP(iterator_clone)(iterator);
+    IteratorImpl* end = OP(array_end_v2)(real.get(), false);
+    EXPECT_NE(copy, iterator);
+    EXPECT_NE(end, copy);
+    EXPECT_EQ(pointerOf(copy), beginOf(real.get()));
+    EXPECT_EQ(pointerOf(end), beginOf(real.get()) + 3 * sizeof(double));
+    EXPECT_EQ(pointerOf(iterator), beginOf(real.get()));
+}
+
+TEST_F(Provider, IteratorsOnSeveralThreadsStayApart) {
+    ArrayPtr arrays[] = {doubles({1, 2}, {1, 2}), doubles({3, 4, 5}, {1, 3})};
+    std::byte* begins[] = {beginOf(arrays[0].get()), beginOf(arrays[1].get())};
+    int wrong[] = {0, 0};
+    auto walk = [&](int k) {
+        for (int n = 0; n < 20000; ++n) {
+            IteratorImpl* iterator = OP(array_begin_v2)(arrays[k].get(), false);
+            IteratorImpl* copy = OP(iterator_clone)(iterator);
+            void *first = nullptr, *second = nullptr;
+            OP(iterator_get_pointer)(iterator, &first);
+            OP(iterator_destroy)(iterator);
+            OP(iterator_get_pointer)(copy, &second);
+            OP(iterator_destroy)(copy);
+            wrong[k] += first != begins[k] || second != begins[k];
+        }
+    };
+    std::thread one(walk, 0), two(walk, 1);
+    one.join();
+    two.join();
+    EXPECT_EQ(wrong[0], 0);
+    EXPECT_EQ(wrong[1], 0);
+}
+
+// Blocks of 4 MiB and more start on a 2 MiB boundary, where huge pages can back them.
+TEST_F(Provider, LargeBlocksStartOnHugePageBoundaries) {
+    constexpr size_t hugePage = size_t{2} << 20;
+    constexpr size_t count = 2 * hugePage / sizeof(double) + 3;
+    void* data = nullptr;
+    buffer_deleter_t deleter = nullptr;
+    ASSERT_EQ(OP(array_factory_create_buffer)(factory, &data, &deleter, kDouble, count), 0);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(data) % hugePage, 0u);
+    std::memset(data, 0x11, count * sizeof(double));
+    const size_t dims[] = {count, 1};
+    ArrayImpl* raw = nullptr;
+    ASSERT_EQ(OP(array_factory_create_array_from_buffer)(factory, kDouble, dims, 2, data, deleter, &raw), 0);
+    ArrayPtr adopted(raw);
+    EXPECT_EQ(beginOf(adopted.get()), data);
+    EXPECT_EQ(endOf(adopted.get()) - beginOf(adopted.get()), static_cast<ptrdiff_t>(count * sizeof(double)));
+
+    // Zero-filled arrays of that size read as zeros throughout.
+    ASSERT_EQ(OP(array_factory_create_array)(factory, kDouble, dims, 2, &raw), 0);
+    ArrayPtr zeros(raw);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(beginOf(zeros.get())) % hugePage, 0u);
+    const auto* elements = reinterpret_cast<const double*>(beginOf(zeros.get()));
+    EXPECT_EQ(std::count(elements, elements + count, 0.0), static_cast<ptrdiff_t>(count));
+    // A private copy of a large array is a large block too.
+    void* copied = nullptr;
+    ASSERT_EQ(OP(array_release_buffer)(adopted.get(), false, &copied, &deleter), 0);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(copied) % hugePage, 0u);
+    EXPECT_EQ(std::memcmp(copied, data, count * sizeof(double)), 0);
+    deleter(copied);
 }
 
 template <typename T>
