@@ -138,6 +138,7 @@ def status(field):
 n = int(sys.argv[1]); road = sys.argv[2]
 source = numpy.arange(n, dtype=numpy.float64).reshape(n // 100, 100) if road == "buffer" else \
     [float(i) for i in range(n)]
+kerova.double(source[:100] if road == "buffer" else source[:100])  # faults in the code of this road first
 before = status("VmRSS:")
 with open("/proc/self/clear_refs", "w") as f:   # resets the high-water mark
     f.write("5")
