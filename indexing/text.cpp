@@ -13,7 +13,9 @@
 #include <complex>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -34,6 +36,15 @@ constexpr const char kComplexMark[] = ", is_complex=True";
 
 bool failText() {
     failListItem();
+    return false;
+}
+
+// Whether a level of `length` entries can be written: the nested lists fail with
+// MemoryError where a list that long can't be made at all, and so does the text, before
+// it writes a byte of such a level.
+bool listFits(int64_t length) {
+    if (length <= PY_SSIZE_T_MAX / static_cast<int64_t>(sizeof(PyObject*))) return true;
+    PyErr_NoMemory();
     return false;
 }
 
@@ -116,6 +127,7 @@ bool writeLevel(const MDArrayWrapper& store, std::vector<int64_t>& coordinates, 
         return true;
     }
     const int64_t length = store.m_shape[depth];
+    if (!listFits(length)) return false;
     text.open();
     if (length > 0) {
         const size_t position = coordinates.size();
@@ -172,6 +184,7 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
     coordinates.reserve(store.m_shape.size());
     const int64_t count = sliceWalkCount(slice);
     const int64_t length = store.m_shape[static_cast<size_t>(depth)];
+    if (!listFits(count)) return false;
     text.open();
     for (int64_t k = 0; k < count; ++k) {
         const int64_t value = sliceValueAt(slice, k);
@@ -213,9 +226,15 @@ std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* class
 
 template <typename T>
 PyObject* renderText(const MDACursor& cursor, const char* className, bool withFrame, bool keepBlanks) {
-    const std::optional<std::string> bytes = renderUtf8<T>(cursor, className, withFrame, keepBlanks);
-    if (!bytes) return nullptr;
-    return PyUnicode_Decode(bytes->data(), static_cast<Py_ssize_t>(bytes->size()), nullptr, nullptr);
+    try {
+        const std::optional<std::string> bytes = renderUtf8<T>(cursor, className, withFrame, keepBlanks);
+        if (!bytes) return nullptr;
+        return PyUnicode_Decode(bytes->data(), static_cast<Py_ssize_t>(bytes->size()), nullptr, nullptr);
+    } catch (const std::bad_alloc&) {  // a text longer than memory holds
+        return PyErr_NoMemory();
+    } catch (const std::length_error&) {
+        return PyErr_NoMemory();
+    }
 }
 
 template <SupportedArrayEnum K>

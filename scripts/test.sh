@@ -19,3 +19,8 @@ bash scripts/typecheck.sh
 
 echo "== wheel (built, installed in a fresh venv, smoke-tested there)"
 bash scripts/wheel_smoke.sh
+
+if [ "${KEROVA_SKIP_SANITIZE:-0}" != 1 ]; then
+    echo "== sanitizers (AddressSanitizer, UndefinedBehaviorSanitizer, leak detection)"
+    bash scripts/sanitize.sh
+fi

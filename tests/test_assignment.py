@@ -218,6 +218,7 @@ def test_clone_of_partial_three_dimensional():
     assert a[1][0].clone().size == (1, 4) and values(a[1][0].clone()) == [[1, 2, 3, 4]]
 
 
+@pytest.mark.rss
 def test_writes_do_not_grow_memory():
     a = kerova.double([[0.0] * 8] * 8)
     c = kerova.int32([[0] * 8] * 8, is_complex=True)

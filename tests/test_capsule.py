@@ -6,8 +6,7 @@ import numpy as np
 import pytest
 
 import kerova
-import kerovamultidimarrayforpython as kv
-from support.consumer import CAPSULE_NAME, Capi, Provider
+from support.consumer import Capi, Provider
 
 PARTS = {3: np.float64, 4: np.float32, 5: np.int8, 6: np.uint8, 7: np.int16, 8: np.uint16, 9: np.int32,
          10: np.uint32, 11: np.int64, 12: np.uint64}
@@ -28,11 +27,6 @@ def provider():
     return Provider()
 
 
-def test_capsule_answers_to_its_name_only():
-    valid = ctypes.pythonapi.PyCapsule_IsValid
-    assert valid(ctypes.py_object(kv._capi), CAPSULE_NAME) and not valid(ctypes.py_object(kv._capi), b"_capi")
-
-
 @pytest.mark.parametrize("number, kind, is_complex, part", LIBRARY_TYPES, ids=[str(t[0]) for t in LIBRARY_TYPES])
 def test_wrap_takes_over_library_arrays_of_every_type(capi, provider, number, kind, is_complex, part):
     parts = np.arange(1, 13 if is_complex else 7).astype(part)  # column-major 2 by 3, pairs interleaved
@@ -43,12 +37,19 @@ def test_wrap_takes_over_library_arrays_of_every_type(capi, provider, number, ki
     assert capi.unwrap(a) == impl and capi.unwrap(a) == impl  # lent, not handed over
 
 
-@pytest.mark.parametrize("number", [1, 2, 23, 40])
+def test_destroy_object_ends_an_unshared_array(capi, provider):
+    capi.destroy_address(capi.wrap_address(provider.make(3, (1, 1), np.float64(2.0).tobytes(), 8)))
+
+
+@pytest.mark.parametrize("number", [1, 2, 23])
 def test_wrap_refuses_kinds_without_a_class(capi, provider, number):
     impl = provider.make(1, (1, 2), b"a\x00b\x00", 2)  # a text array, released by the refusal
     provider.retag(impl, number)
     with pytest.raises(RuntimeError, match=r"^invalid type\.$"):
         capi.wrap(impl)
+
+
+def test_wrap_refuses_no_array(capi):
     with pytest.raises(RuntimeError, match=r"^null data pointer\.$"):
         capi.wrap(None)
 
@@ -66,21 +67,14 @@ def test_unwrap_lends_the_store_or_the_cached_copy_of_a_partial_array(capi, prov
             capi.unwrap(foreign)
 
 
-def test_destroy_object_ends_an_unshared_array(capi, provider):
-    address = capi.wrap_address(provider.make(3, (1, 1), np.float64(2.0).tobytes(), 8))
-    capi.destroy_address(address)
-
-
 @pytest.mark.parametrize("source, kind, is_complex, number, listed", [
     (b"\x01\x02\x03", "uint8", False, 6, [[1, 2, 3]]),
-    (b"", "uint8", False, 6, []),
     (np.array([[1.5, 2], [3, 4]]), "double", False, 3, [[1.5, 2.0], [3.0, 4.0]]),
     (np.array([[1, 2j]], dtype=np.complex128, order="F"), "double", True, 13, [[1, 2j]]),
     (np.array([1 + 1j], dtype=np.complex64), "single", True, 14, [[1 + 1j]]),
     (np.array([True, False]), "logical", False, 13, [[True, False]]),
     (np.array([-1], dtype=np.int64), "int64", False, 11, [[-1]]),  # exported as "l" of 8 bytes
     (np.array([7], dtype=np.uint64), "uint64", False, 12, [[7]]),  # exported as "L" of 8 bytes
-    (np.array(2, dtype=np.int16), "int16", False, 7, [[2]]),
 ])
 def test_array_from_buffer(capi, source, kind, is_complex, number, listed):
     a, reported = capi.array_from_buffer(source)
@@ -98,8 +92,6 @@ def test_array_from_buffer_failures(capi, capfd):
         capi.array_from_buffer(memoryview(b"\x01\x02\x03")[::2])  # not contiguous
 
 
-@pytest.mark.parametrize("obj, expected", [
-    (None, False), (5, False), ("text", False), (b"", True), (bytearray(2), True), (kerova.double([1]), True),
-])
+@pytest.mark.parametrize("obj, expected", [(None, False), ("text", False), (b"", True), (kerova.double([1]), True)])
 def test_check_buffer(capi, obj, expected):
     assert capi.check_buffer(obj) is expected

@@ -236,6 +236,7 @@ def test_records_beyond_a_reshaped_store_are_refused():
             read()
 
 
+@pytest.mark.rss
 def test_reads_do_not_grow_memory():
     a = kerova.double([[float(i * 8 + j) for j in range(8)] for i in range(8)])
     c = kerova.double([[1 + 1j] * 8] * 8, is_complex=True)

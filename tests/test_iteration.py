@@ -1,13 +1,14 @@
 """Iteration over the first open dimension, and == / != as a parallel walk."""
 
 import itertools
+import math
 import random
 
 import pytest
 
 import kerova
 import kerovamultidimarrayforpython as ext
-from test_indexing import rss_kib, values
+from test_indexing import rss_kib
 
 
 def walk_equal(x, y):
@@ -27,35 +28,15 @@ def walk_equal(x, y):
 
 
 def test_iteration_yields_partial_arrays_then_scalars():
-    a = kerova.double([[1, 2, 3], [4, 5, 6]])
-    rows = list(a)
-    assert [type(r) for r in rows] == [kerova.double, kerova.double] and [len(r) for r in rows] == [3, 3]
-    assert [list(r) for r in rows] == [[1, 2, 3], [4, 5, 6]]
-    assert [type(x) for x in a[0]] == [float] * 3
-    assert list(kerova.logical([[1, 0]])[0]) == [True, False]
-    assert list(kerova.int8([[1, -2]], is_complex=True)[0]) == [1 + 0j, -2 + 0j]
-
-
-@pytest.mark.parametrize("chain, expected", [
-    (lambda a: a[::-1], [[4, 5, 6], [1, 2, 3]]),
-    (lambda a: a[1:1], []),
-    (lambda a: a[0][::-1], [3, 2, 1]),
-    (lambda a: a[0][1:], [2, 3]),
-    (lambda a: a[1][::-2], [6, 4]),
-    (lambda a: a[0][5:], []),
-    (lambda a: a[0][1:3][::-1], [3, 2]),
-])
-def test_iteration_over_slices(chain, expected):
     a = kerova.int64([[1, 2, 3], [4, 5, 6]])
-    got = [x if isinstance(x, int) else list(x) for x in chain(a)]
-    assert got == expected
-
-
-def test_iteration_over_empty_arrays():
-    assert list(kerova.double()) == []
+    rows = list(a)
+    assert [type(r) for r in rows] == [kerova.int64] * 2 and [len(r) for r in rows] == [3, 3]
+    assert [type(x) for x in a[0]] == [int] * 3
+    assert list(kerova.int8([[1, -2]], is_complex=True)[0]) == [1 + 0j, -2 + 0j]
+    assert [list(r) for r in a[::-1]] == [[4, 5, 6], [1, 2, 3]] and list(a[1:1]) == []
+    assert list(kerova.double()) == [] and list(kerova.double(size=(0, 3))) == []
     empty_rows = list(kerova.double(size=(2, 0)))
     assert len(empty_rows) == 2 and all(len(r) == 0 and list(r) == [] for r in empty_rows)
-    assert list(kerova.double(size=(0, 3))) == []
 
 
 def test_iterator_object():
@@ -68,20 +49,6 @@ def test_iterator_object():
             next(it)
     with pytest.raises(TypeError):
         ext.KVPyIter()
-
-
-def test_iteration_reads_live_values_and_keeps_store():
-    a = kerova.double([[1, 2, 3]])
-    it = iter(a[0])
-    del a
-    first = next(it)
-    assert first == 1.0 and list(it) == [2.0, 3.0]
-    b = kerova.double([[1, 2, 3]])
-    seen = []
-    for x in b[0]:
-        seen.append(x)
-        b[0][2] = 9
-    assert seen == [1.0, 2.0, 9.0]
 
 
 def test_guard_line_for_a_cursor_deeper_than_its_store(capfd):
@@ -104,14 +71,16 @@ def test_comparison_with_other_objects():
 
 
 NAN = float("nan")
+NAN_ROW = kerova.double([[1, NAN]])
 
-# (left, right, equal)
 EQUALITY_CASES = [
+    # (left, right, equal)
     (kerova.double([[1, 2], [3, 4]]), kerova.double([[1, 2], [3, 4]]), True),
     (kerova.double([[1, 2], [3, 4]]), kerova.double([[1, 2], [3, 5]]), False),
     (kerova.double([1]), kerova.single([1]), False),
-    (kerova.int8([[1]]), kerova.uint8([[1]]), False),
     (kerova.double([[NAN]]), kerova.double([[NAN]]), False),
+    (NAN_ROW, NAN_ROW, False),  # no shortcut for the same object
+    (NAN_ROW[0][0:1], NAN_ROW[0][0:1], True),
     (kerova.double([[-0.0]]), kerova.double([[0.0]]), True),
     (kerova.double([[1, 2]]), kerova.double([[1, 2]], is_complex=True), True),
     (kerova.double([[1, 2]], is_complex=True), kerova.double([[1, 2j]], is_complex=True), False),
@@ -119,11 +88,8 @@ EQUALITY_CASES = [
     (kerova.int64([[2**53]]), kerova.int64([[2**53]], is_complex=True), True),
     (kerova.int64([[2**53 + 1]], is_complex=True), kerova.int64([[2**53]], is_complex=True), True),
     (kerova.uint64([[2**64 - 1]]), kerova.uint64([[2**64 - 1]], is_complex=True), False),
-    (kerova.uint64([[2**64 - 1]]), kerova.uint64([[2**64 - 1]]), True),
     (kerova.single([[0.1]]), kerova.single([[0.1]], is_complex=True), True),
-    (kerova.logical([[1, 0]]), kerova.logical([[True, False]]), True),
     (kerova.double(size=(2, 3)), kerova.double(size=(3, 2)), False),
-    (kerova.double(size=(1, 3)), kerova.double(size=(3, 1)), False),
     (kerova.double(), kerova.double(size=(0, 5)), True),
     (kerova.double(), kerova.double(size=(2, 0)), False),
     (kerova.double(size=(2, 0)), kerova.double(size=(2, 0, 3)), True),
@@ -131,11 +97,10 @@ EQUALITY_CASES = [
     (kerova.double([[1, 2, 3]])[0], kerova.double([[1, 2, 3]]), False),
     (kerova.double([[9, 9], [1, 2]])[1], kerova.double([[1, 2, 7]])[0][0:2], True),
     (kerova.double([[1, 2], [3, 4]])[::-1], kerova.double([[3, 4], [1, 2]]), True),
-    (kerova.int32([[1, 2, 3]])[0][::-1], kerova.int32([[3, 2, 1]])[0], True),
 ]
 
 
-@pytest.mark.parametrize("left, right, equal", EQUALITY_CASES)
+@pytest.mark.parametrize("left, right, equal", EQUALITY_CASES, ids=[str(k) for k in range(len(EQUALITY_CASES))])
 def test_equality(left, right, equal):
     assert (left == right) is equal and (right == left) is equal
     assert (left != right) is (not equal)
@@ -144,20 +109,13 @@ def test_equality(left, right, equal):
 
 def random_view(rng, kind, is_complex):
     dims = [rng.choice([0, 1, 2, 3]) for _ in range(rng.choice([2, 2, 3]))]
-    count = 1
-    for d in dims:
-        count *= d
     pool = [0, 1] if kind in ("logical", "uint64") else [0, 1, -1, 2]
-    cls = getattr(kerova, kind)
-    if count:
-        view = cls(None, dims, [rng.choice(pool) for _ in range(count)], is_complex=is_complex)
-    else:
-        view = cls(size=dims, is_complex=is_complex)
-    open_dims = len(view.size)
+    elements = [rng.choice(pool) for _ in range(math.prod(dims))]
+    view = getattr(kerova, kind)(None, dims, elements, is_complex=is_complex)
     for _ in range(rng.choice([0, 1, 2])):
         length = len(view)
-        if rng.random() < 0.5 and open_dims > 1 and length:
-            view, open_dims = view[rng.randrange(-length, length)], open_dims - 1
+        if rng.random() < 0.5 and len(view.size) > 1 and length:
+            view = view[rng.randrange(-length, length)]
         else:
             bounds = [rng.randrange(-length - 1, length + 2) for _ in range(2)]
             view = view[bounds[0]:bounds[1]:rng.choice([1, 2, -1, -2])]
@@ -176,11 +134,6 @@ def test_equality_agrees_with_the_walk_on_random_views():
             assert (x == x) is walk_equal(x, x)
 
 
-def test_array_with_nan_is_not_equal_to_itself():
-    a = kerova.double([[1, NAN]])
-    assert (a == a) is False and (a[0][0:1] == a[0][0:1]) is True
-
-
 def test_large_equality_finds_single_difference():
     rows = [[float(i * 300 + j) for j in range(300)] for i in range(200)]
     a, b = kerova.double(rows), kerova.double(rows)
@@ -189,6 +142,7 @@ def test_large_equality_finds_single_difference():
     assert a != b and a[:199] == b[:199] and a[199] != b[199]
 
 
+@pytest.mark.rss
 def test_loops_do_not_grow_memory():
     a = kerova.double([[1.0, 2.0, 3.0]] * 4)
     b = kerova.double([[1.0, 2.0, 3.0]] * 4, is_complex=True)

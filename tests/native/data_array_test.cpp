@@ -50,8 +50,6 @@ std::vector<T> contents(const TypedArray<T>& array) {
     return std::vector<T>(array.cbegin(), array.cend());
 }
 
-using TypeMismatch = detail::ArrayException<Exception, 9>;
-
 template <typename T>
 class TypedArrayTest : public testing::Test {};
 
@@ -62,19 +60,24 @@ using ElementTypes =
                    std::complex<int64_t>, std::complex<uint64_t>>;
 TYPED_TEST_SUITE(TypedArrayTest, ElementTypes);
 
-TYPED_TEST(TypedArrayTest, BufferBecomesArrayInColumnMajorOrder) {
+TYPED_TEST(TypedArrayTest, BufferBecomesArrayInColumnMajorOrderAndRowMajorBlocksAreGathered) {
     ArrayFactory factory;
     const TypedArray<TypeParam> array = makeArray<TypeParam>(factory, {2, 3});
     EXPECT_EQ(array.type(), array_type_v<TypeParam>);
     EXPECT_EQ(array.dimensions(), (std::vector<size_t>{2, 3}));
     EXPECT_EQ(array.numberOfElements(), 6u);
-    EXPECT_EQ(contents(array), samples<TypeParam>(6));
+    const auto s = samples<TypeParam>(6);
+    EXPECT_EQ(contents(array), s);
+    const TypedArray<TypeParam> gathered =
+        makeArrayFromRawBlock<TypeParam>(filledBuffer<TypeParam>(factory, 6), false, factory, {2, 3}, 6);
+    EXPECT_EQ(contents(gathered), (std::vector<TypeParam>{s[0], s[3], s[1], s[4], s[2], s[5]}));
+    const TypedArray<TypeParam> empty = makeArray<TypeParam>(factory, {0, 0});
+    EXPECT_EQ(empty.numberOfElements(), 0u);
+    EXPECT_TRUE(empty.cbegin() == empty.cend());
 }
 
 TYPED_TEST(TypedArrayTest, WritingThroughASharedHandleLeavesTheOtherIntact) {
-    if constexpr (std::is_same_v<TypeParam, char16_t>) {
-        GTEST_SKIP() << "character arrays are not written";
-    } else {
+    if constexpr (!std::is_same_v<TypeParam, char16_t>) {  // character arrays are not written
         ArrayFactory factory;
         const TypedArray<TypeParam> original = makeArray<TypeParam>(factory, {3, 2});
         TypedArray<TypeParam> writer(original);
@@ -84,7 +87,6 @@ TYPED_TEST(TypedArrayTest, WritingThroughASharedHandleLeavesTheOtherIntact) {
         std::vector<TypeParam> expected = samples<TypeParam>(6);
         expected[1] = sample<TypeParam>(50);
         EXPECT_EQ(contents(writer), expected);
-
         // Now unique: writing again keeps the handle.
         ArrayImpl* const unique = writer.impl();
         *writer.begin() = sample<TypeParam>(51);
@@ -93,17 +95,14 @@ TYPED_TEST(TypedArrayTest, WritingThroughASharedHandleLeavesTheOtherIntact) {
     }
 }
 
-TYPED_TEST(TypedArrayTest, ReleasedBufferOfASharedHandleIsACopy) {
+TYPED_TEST(TypedArrayTest, ReleasedBufferIsACopyWhenSharedAndTheBlockWhenUnique) {
     ArrayFactory factory;
-    const TypedArray<TypeParam> original = makeArray<TypeParam>(factory, {2, 2});
+    const TypedArray<TypeParam> original = makeArray<TypeParam>(factory, {2, 3});
     TypedArray<TypeParam> second(original);
     const buffer_ptr_t<TypeParam> copy = second.releaseBuffer();
-    EXPECT_EQ(std::vector<TypeParam>(copy.get(), copy.get() + 4), samples<TypeParam>(4));
-    EXPECT_EQ(contents(original), samples<TypeParam>(4));
-}
+    EXPECT_EQ(std::vector<TypeParam>(copy.get(), copy.get() + 6), samples<TypeParam>(6));
+    EXPECT_EQ(contents(original), samples<TypeParam>(6));
 
-TYPED_TEST(TypedArrayTest, UniqueReleaseMovesTheBlockToAReshapedArray) {
-    ArrayFactory factory;
     Array array = makeArray<TypeParam>(factory, {2, 3});
     TypedArray<TypeParam> owner(std::move(array));
     EXPECT_EQ(array.impl(), nullptr);
@@ -126,14 +125,6 @@ TYPED_TEST(TypedArrayTest, ZeroOrComplexScalar) {
     }
 }
 
-TYPED_TEST(TypedArrayTest, RowMajorBlockIsGathered) {
-    ArrayFactory factory;
-    const TypedArray<TypeParam> array =
-        makeArrayFromRawBlock<TypeParam>(filledBuffer<TypeParam>(factory, 6), false, factory, {2, 3}, 6);
-    const auto s = samples<TypeParam>(6);
-    EXPECT_EQ(contents(array), (std::vector<TypeParam>{s[0], s[3], s[1], s[4], s[2], s[5]}));
-}
-
 TEST(RowMajorLayout, PassedToTheLibraryOrRefused) {
     ArrayFactory factory;
     auto create = [&] {
@@ -143,67 +134,29 @@ TEST(RowMajorLayout, PassedToTheLibraryOrRefused) {
     if (KEROVA_TEST_ROW_MAJOR) {
         EXPECT_EQ(contents(create()), (std::vector<double>{1, 4, 2, 5, 3, 6}));
     } else {
-        try {
-            create();
-            FAIL() << "row-major buffer accepted";
-        } catch (const detail::ArrayException<Exception, 22>& e) {
-            EXPECT_STREQ(e.what(), "Row-major buffers require tierC");
-        }
+        using NotSupported = detail::ArrayException<Exception, 22>;
+        EXPECT_THROW(create(), NotSupported);
         // The refusal doesn't spoil later column-major requests.
         EXPECT_EQ(contents(makeArray<double>(factory, {1, 2})), (std::vector<double>{1, 2}));
     }
 }
 
 TEST(TypedArrayConversion, WrongKindIsRefusedAndTheSourceKept) {
+    using TypeMismatch = detail::ArrayException<Exception, 9>;
     ArrayFactory factory;
     Array source = makeArray<int8_t>(factory, {1, 3});
     ArrayImpl* const impl = source.impl();
     try {
         TypedArray<double> wrong(std::move(source));
         FAIL() << "int8 array viewed as double";
-    } catch (const detail::ArrayException<Exception, 9>& e) {
+    } catch (const TypeMismatch& e) {
         EXPECT_STREQ(e.what(), "Can't convert the Array to this TypedArray");
     }
     EXPECT_EQ(source.impl(), impl);
-    EXPECT_EQ(source.use_count(), 1);
     EXPECT_THROW(TypedArray<double>{source}, TypeMismatch);
-    EXPECT_EQ(source.use_count(), 1);
     EXPECT_THROW(CharArray{source}, TypeMismatch);
+    EXPECT_EQ(source.use_count(), 1);
     EXPECT_EQ(TypedArray<int8_t>(source).impl(), impl);
-}
-
-TEST(ArrayHandle, CopiesShareAndMovesEmpty) {
-    ArrayFactory factory;
-    Array first = makeArray<double>(factory, {2, 2});
-    Array copy(first);
-    EXPECT_EQ(copy.impl(), first.impl());
-    EXPECT_EQ(first.use_count(), 2);
-    Array moved(std::move(copy));
-    EXPECT_EQ(copy.impl(), nullptr);
-    EXPECT_EQ(copy.use_count(), 0);
-    EXPECT_EQ(first.use_count(), 2);
-    moved = Array();
-    EXPECT_EQ(first.use_count(), 1);
-}
-
-TEST(ArrayHandle, DimensionsOutliveTheArray) {
-    std::vector<size_t> dims;
-    {
-        ArrayFactory factory;
-        dims = makeArray<uint16_t>(factory, {2, 3}).dimensions();
-    }
-    EXPECT_EQ(dims, (std::vector<size_t>{2, 3}));
-}
-
-TEST(ArrayHandle, EmptyArrayHasNoElementsToWalk) {
-    ArrayFactory factory;
-    const TypedArray<double> empty = makeArray<double>(factory, {0, 0});
-    EXPECT_EQ(empty.numberOfElements(), 0u);
-    EXPECT_TRUE(empty.cbegin() == empty.cend());
-}
-
-TEST(ArrayHandle, CharArrayFromAnArrayOfCharacters) {
-    ArrayFactory factory;
     const CharArray text(Array(makeArray<char16_t>(factory, {1, 4})));
     EXPECT_EQ(contents<char16_t>(text), samples<char16_t>(4));
 }

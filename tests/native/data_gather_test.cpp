@@ -54,6 +54,8 @@ TEST_P(Gather, MatchesTheOffsetList) {
     }
 }
 
+// Every element size; dimensions of 1, none and one dimension; and shapes whose tiles
+// are cut short at the edges, with the inner loop along either side.
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Gather,
     testing::Values(GatherCase{{2, 3}, 8}, GatherCase{{5}, 8}, GatherCase{{2, 3, 4}, 4}, GatherCase{{3, 1}, 2},
@@ -62,21 +64,8 @@ INSTANTIATE_TEST_SUITE_P(
                     GatherCase{{1000, 1001}, 8}, GatherCase{{3, 333, 1001}, 16}, GatherCase{{999, 7, 5, 3}, 4},
                     GatherCase{{2, 500, 2}, 8}));
 
-TEST(GatherExamples, FirstIndexVariesFastest) {
-    ArrayFactory factory;
-    std::vector<double> block(24);
-    std::iota(block.begin(), block.end(), 0.0);
-    const auto array = makeColumnMajorFromRowMajor<double>(factory, block.data(), {2, 3, 4}, 24);
-    const std::vector<double> gathered(array.cbegin(), array.cend());
-    EXPECT_EQ(gathered[1], 12.0);
-    const std::vector<size_t> offsets = referenceOffsets({2, 3, 4});
-    EXPECT_EQ(gathered, std::vector<double>(offsets.begin(), offsets.end()));
-
-    const auto line = makeColumnMajorFromRowMajor<double>(factory, block.data(), {5}, 5);
-    EXPECT_EQ(std::vector<double>(line.cbegin(), line.cend()), (std::vector<double>{0, 1, 2, 3, 4}));
-}
-
-TEST(GatherExamples, MismatchedElementCountIsRefused) {
+TEST(GatherExamples, FirstIndexVariesFastestAndTheCountMustMatch) {
+    EXPECT_EQ(referenceOffsets({2, 3}), (std::vector<size_t>{0, 3, 1, 4, 2, 5}));
     ArrayFactory factory;
     const double block[6] = {};
     EXPECT_THROW(makeColumnMajorFromRowMajor<double>(factory, block, {2, 3}, 5), std::length_error);
