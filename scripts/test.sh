@@ -14,6 +14,9 @@ ctest --test-dir build/native --output-on-failure
 echo "== behaviour tests (pytest)"
 python -m pytest -q
 
+echo "== benchmark suite (quick mode: proves it runs; timings are not asserted)"
+python bench/run.py --quick
+
 echo "== type stubs (mypy --strict on the example, stubtest)"
 bash scripts/typecheck.sh
 
