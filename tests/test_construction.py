@@ -57,7 +57,7 @@ I = type("I", (int,), {})  # noqa: E741
 
 # The kinds that formats 'l' and 'L' stand for by their item size, and the ones they don't.
 LONG, OTHER = ("int32", "int64") if array.array("l").itemsize == 4 else ("int64", "int32")
-OTHER_CHAR = {"int32": "i", "int64": "q"}[OTHER]
+CHAR = {"int32": "i", "int64": "q"}
 
 FORMS = [
     # (kind, args, kwargs, size, elements read back by index)
@@ -237,7 +237,7 @@ FAILURES = [
     ("double", ({"a": 1},), {}, TypeError, None),
     ("double", ([1],), {"is_complex": 1}, TypeError, "value passed to 'is_complex' must be a bool."),
     ("logical", (), {"size": "bad", "is_complex": True}, TypeError, "logical arrays must not be complex."),
-    ("double", ([1], None, [2]), {}, TypeError,
+    ("double", ([1], None, [2]), {"is_complex": False}, TypeError,
      "more than two positional arguments must not be specified. A third will be treated as "
      "'vector', which must not be specified when an initializer is specified."),
     ("double", ([1], 5), {"vector": [2]}, TypeError, "initializer and 'vector' must not both be specified."),
@@ -276,10 +276,10 @@ FAILURES = [
     ("int8", (kerova.uint8([[1, 250]]),), {}, OverflowError, out_of_range(250, "int8")),
     # buffer import
     ("int8", (b"a",), {}, BufferError, incompatible("B", "b")),
-    ("uint64", (array.array("l", [7]),), {}, BufferError, incompatible("l", "Q")),
-    ("int32", (array.array("L", [7]),), {}, BufferError, incompatible("L", "i")),
-    (OTHER, (array.array("l", [7]),), {}, BufferError, incompatible("l", OTHER_CHAR)),
-    ("u" + OTHER, (array.array("L", [7]),), {}, BufferError, incompatible("L", OTHER_CHAR.upper())),
+    ("u" + LONG, (array.array("l", [7]),), {}, BufferError, incompatible("l", CHAR[LONG].upper())),
+    (LONG, (array.array("L", [7]),), {}, BufferError, incompatible("L", CHAR[LONG])),
+    (OTHER, (array.array("l", [7]),), {}, BufferError, incompatible("l", CHAR[OTHER])),
+    ("u" + OTHER, (array.array("L", [7]),), {}, BufferError, incompatible("L", CHAR[OTHER].upper())),
     ("double", (np.zeros(2),), {"is_complex": True}, BufferError,
      "input buffer format ('d') does not begin with 'Z', but output type is complex"),
     ("double", (np.zeros(2, dtype=np.complex64),), {"is_complex": True}, BufferError, incompatible("Zf", "Zd")),
