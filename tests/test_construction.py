@@ -193,6 +193,7 @@ CONVERSIONS = [
     ("uint8", True, complex(300, -1), (OverflowError, out_of_range(300, "uint8"))),
     ("uint8", True, complex(1, 300.5), (OverflowError, out_of_range(300.5, "uint8"))),
     ("int32", True, 1.5 + 2.5j, 1 + 2j),
+    ("int32", True, complex(NAN, 1), 1j),
     ("int64", True, -9223372036854775808.0, (OverflowError, out_of_range("-9.22337e+18", "int64"))),
     ("uint64", True, 2.0**64, (OverflowError, out_of_range("1.84467e+19", "uint64"))),
     ("single", True, 2**70, complex(INF, 0)),

@@ -83,6 +83,7 @@ EQUALITY_CASES = [
     (NAN_ROW[0][0:1], NAN_ROW[0][0:1], True),
     (kerova.double([[-0.0]]), kerova.double([[0.0]]), True),
     (kerova.double([[1, 2]]), kerova.double([[1, 2]], is_complex=True), True),
+    (kerova.double([[1, 2]]), kerova.double([[1, 2 + 1j]], is_complex=True), False),
     (kerova.double([[1, 2]], is_complex=True), kerova.double([[1, 2j]], is_complex=True), False),
     (kerova.int64([[2**53 + 1]]), kerova.int64([[2**53 + 1]], is_complex=True), False),
     (kerova.int64([[2**53]]), kerova.int64([[2**53]], is_complex=True), True),

@@ -125,20 +125,13 @@ TYPED_TEST(TypedArrayTest, ZeroOrComplexScalar) {
     }
 }
 
-TEST(RowMajorLayout, PassedToTheLibraryOrRefused) {
+// Without the layout operation the request is refused: see CountedBuffer.
+TEST(RowMajorLayout, PassedToTheLibraryThatHasTheOperation) {
+    if (!KEROVA_TEST_ROW_MAJOR) GTEST_SKIP() << "no layout operation";
     ArrayFactory factory;
-    auto create = [&] {
-        return factory.createArrayFromBuffer<double>({2, 3}, filledBuffer<double>(factory, 6),
-                                                     MemoryLayout::ROW_MAJOR);
-    };
-    if (KEROVA_TEST_ROW_MAJOR) {
-        EXPECT_EQ(contents(create()), (std::vector<double>{1, 4, 2, 5, 3, 6}));
-    } else {
-        using NotSupported = detail::ArrayException<Exception, 22>;
-        EXPECT_THROW(create(), NotSupported);
-        // The refusal doesn't spoil later column-major requests.
-        EXPECT_EQ(contents(makeArray<double>(factory, {1, 2})), (std::vector<double>{1, 2}));
-    }
+    const TypedArray<double> array =
+        factory.createArrayFromBuffer<double>({2, 3}, filledBuffer<double>(factory, 6), MemoryLayout::ROW_MAJOR);
+    EXPECT_EQ(contents(array), (std::vector<double>{1, 4, 2, 5, 3, 6}));
 }
 
 TEST(TypedArrayConversion, WrongKindIsRefusedAndTheSourceKept) {

@@ -80,6 +80,8 @@ TEST(CountedBuffer, RowMajorWithoutTheLayoutOperationIsRefusedAndFreed) {
     }
     EXPECT_EQ(counters().bufferFrees, frees + 1);
     EXPECT_EQ(counters().lookups[fn::array_factory_create_array_from_buffer], lookups);
+    // The refusal doesn't spoil later column-major requests.
+    EXPECT_EQ(iotaArray<double>(factory, {1, 2}).numberOfElements(), 2u);
 }
 
 TEST(CountedLifetime, ArraysAndBlocksEndOnceWhoeverEndsThem) {
