@@ -44,8 +44,5 @@ ArrayImpl* create_array_from_buffer(ArrayFactoryImpl* factory, ArrayType type,
 
 // Throws std::length_error unless `numElements` is the product of `dims`.
 void check_block_size(const std::vector<size_t>& dims, size_t numElements);
-// Copies a row-major block of `dims` into `target` in column-major order.
-void gather_row_major(const void* source, void* target, size_t elementSize,
-                      const std::vector<size_t>& dims);
 
 }  // namespace kerova::data::detail

@@ -7,13 +7,14 @@
 #include <vector>
 
 #include "data_array/array.h"
+#include "data_array/gather.h"
 
 namespace kerova::data {
 
 // Writes the row-major block `source` of `dims` into `target` in column-major order.
 template <typename T>
 void gatherRowMajor(const T* source, T* target, const std::vector<size_t>& dims) {
-    detail::gather_row_major(source, target, sizeof(T), dims);
+    gather::gatherRowMajor(source, target, sizeof(T), dims);
 }
 
 // A new column-major array holding the row-major block `data` of `dims`. The block is
@@ -23,7 +24,7 @@ TypedArray<T> makeColumnMajorFromRowMajor(ArrayFactory& factory, const T* data, 
                                           size_t numElements) {
     detail::check_block_size(dims, numElements);
     buffer_ptr_t<T> gathered = factory.createBuffer<T>(numElements);
-    detail::gather_row_major(data, gathered.get(), sizeof(T), dims);
+    gather::gatherRowMajor(data, gathered.get(), sizeof(T), dims);
     return factory.createArrayFromBuffer<T>(dims, std::move(gathered), MemoryLayout::COLUMN_MAJOR);
 }
 

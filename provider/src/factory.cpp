@@ -3,6 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "data_array/gather.h"
 #include "provider.h"
 
 namespace kerova::provider {
@@ -13,62 +14,6 @@ ArrayFactoryImpl g_factory;
 constexpr int kColumnMajor = static_cast<int>(kerova::data::MemoryLayout::COLUMN_MAJOR);
 constexpr int kRowMajor = static_cast<int>(kerova::data::MemoryLayout::ROW_MAJOR);
 
-constexpr std::size_t kTile = 32;
-
-// Copies a row-major block of dims into column-major order. The two orders differ
-// by a reversal of the axes; for each fixed choice of the middle indices that is a
-// transpose of the plane of axis 0 (fastest in the result) and the last axis
-// (fastest in the source). The plane is done in square tiles, so that the reads and
-// the writes of a tile each stay within a few cache lines.
-template <std::size_t Width>
-void gatherRowMajor(const std::byte* source, std::byte* target, const std::vector<std::size_t>& dims) {
-    const std::size_t n = dims.size();
-    // Element strides of every axis, in the source and in the result.
-    std::vector<std::size_t> sourceStride(n, 1);
-    std::vector<std::size_t> targetStride(n, 1);
-    for (std::size_t k = n - 1; k > 0; --k) {
-        sourceStride[k - 1] = sourceStride[k] * dims[k];
-    }
-    for (std::size_t k = 1; k < n; ++k) {
-        targetStride[k] = targetStride[k - 1] * dims[k - 1];
-    }
-    const std::size_t rows = dims.front();
-    const std::size_t columns = dims.back();
-    const std::size_t rowStride = sourceStride.front();
-    const std::size_t columnStride = targetStride.back();
-
-    std::vector<std::size_t> middle(n, 0);  // indices of axes 1 to n-2
-    for (;;) {
-        std::size_t sourceBase = 0;
-        std::size_t targetBase = 0;
-        for (std::size_t k = 1; k + 1 < n; ++k) {
-            sourceBase += middle[k] * sourceStride[k];
-            targetBase += middle[k] * targetStride[k];
-        }
-        for (std::size_t i0 = 0; i0 < rows; i0 += kTile) {
-            const std::size_t iEnd = std::min(i0 + kTile, rows);
-            for (std::size_t j0 = 0; j0 < columns; j0 += kTile) {
-                const std::size_t jEnd = std::min(j0 + kTile, columns);
-                for (std::size_t i = i0; i < iEnd; ++i) {
-                    const std::byte* from = source + (sourceBase + i * rowStride) * Width;
-                    std::byte* to = target + (targetBase + i) * Width;
-                    for (std::size_t j = j0; j < jEnd; ++j) {
-                        std::memcpy(to + j * columnStride * Width, from + j * Width, Width);
-                    }
-                }
-            }
-        }
-        // Next choice of middle indices, axis 1 fastest.
-        std::size_t k = 1;
-        while (k + 1 < n && ++middle[k] == dims[k]) {
-            middle[k++] = 0;
-        }
-        if (k + 1 >= n) {
-            return;
-        }
-    }
-}
-
 // The two orders agree when at most one axis is longer than 1.
 bool ordersDiffer(const std::vector<std::size_t>& dims) {
     return std::count_if(dims.begin(), dims.end(), [](std::size_t d) { return d > 1; }) > 1;
@@ -78,16 +23,7 @@ bool ordersDiffer(const std::vector<std::size_t>& dims) {
 Block columnMajorFromRowMajor(const Block& source, const std::vector<std::size_t>& dims, std::size_t count,
                               std::size_t elementSize) {
     Block target = allocateBlock(count, elementSize);
-    const auto* from = static_cast<const std::byte*>(source.get());
-    auto* to = static_cast<std::byte*>(target.get());
-    switch (elementSize) {
-        case 1: gatherRowMajor<1>(from, to, dims); break;
-        case 2: gatherRowMajor<2>(from, to, dims); break;
-        case 4: gatherRowMajor<4>(from, to, dims); break;
-        case 8: gatherRowMajor<8>(from, to, dims); break;
-        case 16: gatherRowMajor<16>(from, to, dims); break;
-        default: throw std::logic_error("element size without a gather");
-    }
+    kerova::data::gather::gatherRowMajor(source.get(), target.get(), elementSize, dims);
     return target;
 }
 

@@ -46,7 +46,7 @@ TEST_P(Gather, MatchesTheOffsetList) {
     std::mt19937 random(42);
     for (auto& byte : source) byte = static_cast<unsigned char>(random());
     std::vector<unsigned char> target(count * size);
-    detail::gather_row_major(source.data(), target.data(), size, dims);
+    gather::gatherRowMajor(source.data(), target.data(), size, dims);
 
     const std::vector<size_t> offsets = referenceOffsets(dims);
     for (size_t i = 0; i < count; ++i) {
@@ -54,15 +54,34 @@ TEST_P(Gather, MatchesTheOffsetList) {
     }
 }
 
-// Every element size; dimensions of 1, none and one dimension; and shapes whose tiles
-// are cut short at the edges, with the inner loop along either side.
+// Every element size; dimensions of 1, none and one dimension; shapes whose tiles are
+// cut short at the edges, with the inner loop along either side; and planes of 4x4
+// blocks with rows and columns left over, one plane or many.
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Gather,
     testing::Values(GatherCase{{2, 3}, 8}, GatherCase{{5}, 8}, GatherCase{{2, 3, 4}, 4}, GatherCase{{3, 1}, 2},
                     GatherCase{{1, 1, 7}, 1}, GatherCase{{4, 1, 3, 1}, 16}, GatherCase{{0, 5}, 8},
                     GatherCase{{2, 2, 2, 2, 2, 2}, 4}, GatherCase{{37, 129, 65}, 1}, GatherCase{{301, 257}, 2},
                     GatherCase{{1000, 1001}, 8}, GatherCase{{3, 333, 1001}, 16}, GatherCase{{999, 7, 5, 3}, 4},
-                    GatherCase{{2, 500, 2}, 8}));
+                    GatherCase{{2, 500, 2}, 8}, GatherCase{{37, 6, 45}, 8}, GatherCase{{9, 130}, 16},
+                    GatherCase{{66, 7, 13}, 4}, GatherCase{{5, 5}, 8}, GatherCase{{4, 4}, 4},
+                    GatherCase{{130, 3, 70}, 2}));
+
+// Processors with 32-byte vectors take their own road for 8-byte elements; the 16-byte
+// road and the tiled walk must agree with it.
+TEST(GatherRoads, AgreeOnEveryShape) {
+    for (const std::vector<size_t>& dims : {std::vector<size_t>{37, 6, 45}, {1000, 1001}, {4, 4}, {5, 2, 9}}) {
+        const gather::Layout layout(dims);
+        std::vector<uint64_t> source(layout.total);
+        std::iota(source.begin(), source.end(), uint64_t{7});
+        std::vector<uint64_t> planes(layout.total), tiles(layout.total), chosen(layout.total);
+        gather::transposePlanes<uint64_t, gather::vectorBlock>(source.data(), planes.data(), layout);
+        gather::gatherTiles(source.data(), tiles.data(), layout);
+        gather::gatherRowMajor(source.data(), chosen.data(), sizeof(uint64_t), dims);
+        EXPECT_EQ(planes, tiles);
+        EXPECT_EQ(chosen, tiles);
+    }
+}
 
 TEST(GatherExamples, FirstIndexVariesFastestAndTheCountMustMatch) {
     EXPECT_EQ(referenceOffsets({2, 3}), (std::vector<size_t>{0, 3, 1, 4, 2, 5}));
