@@ -84,6 +84,8 @@ public:
 private:
     static const char* kindName() { return kindNameOf<T>(); }
     bool scanSequence(PyObject* sequence, bool allowFloatForLogical);
+    bool scanNumberRow(PyObject* sequence, bool& ok);
+    bool finishLevel();
     bool scanScalar(PyObject* object, bool allowFloatForLogical);
     bool acceptElement(const T& element);
     void appendElement(const T& element) {

@@ -82,8 +82,37 @@ bool MDAInitializer<T>::acceptElement(const T& element) {
     return true;
 }
 
+// A row of exact numbers met once the scalars' depth is known and the store reserved:
+// one pass converts the items, and all of them converting proves the row uniform, so
+// the separate test of the items is skipped (it would touch every item twice). Any
+// other item undoes the row, which then takes the general walk with its order of
+// checks. Returns whether the row was taken; `ok` is the result of the level if so.
+template <typename T>
+bool MDAInitializer<T>::scanNumberRow(PyObject* sequence, bool& ok) {
+    if (!m_isReserved || m_leafDepth != m_depth + 1) return false;
+    if (!PyList_CheckExact(sequence) && !PyTuple_CheckExact(sequence)) return false;
+    const Py_ssize_t length = PySequence_Fast_GET_SIZE(sequence);
+    PyObject* const* items = PySequence_Fast_ITEMS(sequence);
+    const size_t start = m_elements.size();
+    if (length == 0 || m_elements.capacity() - start < static_cast<size_t>(length)) return false;
+    for (Py_ssize_t i = 0; i < length; ++i) {
+        T element;
+        if (!fastConvert<T>(items[i], element)) {
+            m_elements.resize(start);
+            return false;
+        }
+        m_elements.push_back(element);
+    }
+    ++m_depth;
+    m_lengths[m_depth - 1] = static_cast<uint64_t>(length);
+    ok = finishLevel();
+    return true;
+}
+
 template <typename T>
 bool MDAInitializer<T>::scanSequence(PyObject* sequence, bool allowFloatForLogical) {
+    bool rowOk = false;
+    if (scanNumberRow(sequence, rowOk)) return rowOk;
     const ChildCheck children = checkChildren(sequence);
     if (children.failed) return false;
     if (!children.uniform) {
@@ -115,7 +144,14 @@ bool MDAInitializer<T>::scanSequence(PyObject* sequence, bool allowFloatForLogic
                                                                                  : scan(item, allowFloatForLogical);
         if (!scanned) return false;
     }
+    return finishLevel();
+}
 
+// Closes the level at m_depth, whose length is in m_lengths: the first sequence of the
+// level fixes its dimension, the others must match it.
+template <typename T>
+bool MDAInitializer<T>::finishLevel() {
+    const size_t d = m_depth - 1;
     // An empty sequence fixes no dimension: 0 stands for "not yet known".
     if (m_dims[d] == 0) {
         m_dims[d] = m_lengths[d];
