@@ -60,24 +60,36 @@ template <typename V>
     std::memcpy(to, &v, sizeof v);
 }
 
-// Four 4-byte elements per 16-byte vector: one vector per row.
-[[gnu::always_inline]] inline void vectorBlock(const uint32_t* source, size_t sourceStride, uint32_t* target,
-                                               size_t targetStride) {
-    typedef uint32_t V __attribute__((vector_size(16)));
-    typedef int32_t M __attribute__((vector_size(16)));
+// Four elements per vector, one vector per row: interleaving the even and the odd
+// lanes of row pairs, then joining the halves of the pairs, gives the columns.
+template <typename W, typename V, typename M>
+[[gnu::always_inline]] inline void fourLaneBlock(const W* source, size_t sourceStride, W* target,
+                                                 size_t targetStride) {
+    static_assert(sizeof(V) == 4 * sizeof(W) && sizeof(M) == sizeof(V));
     V r0, r1, r2, r3;
     loadVector(r0, source);
     loadVector(r1, source + sourceStride);
     loadVector(r2, source + 2 * sourceStride);
     loadVector(r3, source + 3 * sourceStride);
-    const V low01 = __builtin_shuffle(r0, r1, M{0, 4, 1, 5});
-    const V high01 = __builtin_shuffle(r0, r1, M{2, 6, 3, 7});
-    const V low23 = __builtin_shuffle(r2, r3, M{0, 4, 1, 5});
-    const V high23 = __builtin_shuffle(r2, r3, M{2, 6, 3, 7});
-    storeVector(target, __builtin_shuffle(low01, low23, M{0, 1, 4, 5}));
-    storeVector(target + targetStride, __builtin_shuffle(low01, low23, M{2, 3, 6, 7}));
-    storeVector(target + 2 * targetStride, __builtin_shuffle(high01, high23, M{0, 1, 4, 5}));
-    storeVector(target + 3 * targetStride, __builtin_shuffle(high01, high23, M{2, 3, 6, 7}));
+    const V even01 = __builtin_shuffle(r0, r1, M{0, 4, 2, 6});
+    const V odd01 = __builtin_shuffle(r0, r1, M{1, 5, 3, 7});
+    const V even23 = __builtin_shuffle(r2, r3, M{0, 4, 2, 6});
+    const V odd23 = __builtin_shuffle(r2, r3, M{1, 5, 3, 7});
+    storeVector(target, __builtin_shuffle(even01, even23, M{0, 1, 4, 5}));
+    storeVector(target + targetStride, __builtin_shuffle(odd01, odd23, M{0, 1, 4, 5}));
+    storeVector(target + 2 * targetStride, __builtin_shuffle(even01, even23, M{2, 3, 6, 7}));
+    storeVector(target + 3 * targetStride, __builtin_shuffle(odd01, odd23, M{2, 3, 6, 7}));
+}
+
+typedef uint32_t Lanes4x32 __attribute__((vector_size(16)));
+typedef int32_t Mask4x32 __attribute__((vector_size(16)));
+typedef uint64_t Lanes4x64 __attribute__((vector_size(32)));
+typedef int64_t Mask4x64 __attribute__((vector_size(32)));
+
+// Four 4-byte elements per 16-byte vector.
+[[gnu::always_inline]] inline void vectorBlock(const uint32_t* source, size_t sourceStride, uint32_t* target,
+                                               size_t targetStride) {
+    fourLaneBlock<uint32_t, Lanes4x32, Mask4x32>(source, sourceStride, target, targetStride);
 }
 
 // Two 8-byte elements per 16-byte vector: four 2x2 blocks.
@@ -98,24 +110,10 @@ template <typename V>
     pair(source + 2 * sourceStride + 2, sourceStride, target + 2 * targetStride + 2, targetStride);
 }
 
-// Four 8-byte elements per 32-byte vector: one vector per row.
+// Four 8-byte elements per 32-byte vector.
 [[gnu::always_inline]] inline void wideVectorBlock(const uint64_t* source, size_t sourceStride, uint64_t* target,
                                                    size_t targetStride) {
-    typedef uint64_t V __attribute__((vector_size(32)));
-    typedef int64_t M __attribute__((vector_size(32)));
-    V r0, r1, r2, r3;
-    loadVector(r0, source);
-    loadVector(r1, source + sourceStride);
-    loadVector(r2, source + 2 * sourceStride);
-    loadVector(r3, source + 3 * sourceStride);
-    const V even01 = __builtin_shuffle(r0, r1, M{0, 4, 2, 6});
-    const V odd01 = __builtin_shuffle(r0, r1, M{1, 5, 3, 7});
-    const V even23 = __builtin_shuffle(r2, r3, M{0, 4, 2, 6});
-    const V odd23 = __builtin_shuffle(r2, r3, M{1, 5, 3, 7});
-    storeVector(target, __builtin_shuffle(even01, even23, M{0, 1, 4, 5}));
-    storeVector(target + targetStride, __builtin_shuffle(odd01, odd23, M{0, 1, 4, 5}));
-    storeVector(target + 2 * targetStride, __builtin_shuffle(even01, even23, M{2, 3, 6, 7}));
-    storeVector(target + 3 * targetStride, __builtin_shuffle(odd01, odd23, M{2, 3, 6, 7}));
+    fourLaneBlock<uint64_t, Lanes4x64, Mask4x64>(source, sourceStride, target, targetStride);
 }
 
 // ---- Planes
