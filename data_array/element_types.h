@@ -64,4 +64,19 @@ inline constexpr ArrayType array_type_v = array_type_of<std::remove_const_t<T>>:
 template <typename T>
 inline constexpr int array_type_int_v = static_cast<int>(array_type_v<T>);
 
+// The element type of a run-time ArrayType number: visitor(std::type_identity<T>{}) for
+// the type the number stands for, `otherwise` for a number without one.
+template <typename Result, typename Visitor>
+Result visitElementType(ArrayType type, Result otherwise, Visitor&& visitor) {
+    switch (type) {
+#define KEROVA_VISIT_ELEMENT_TYPE(element, name) \
+    case ArrayType::name:                        \
+        return visitor(std::type_identity<element>{});
+        KEROVA_ELEMENT_TYPES(KEROVA_VISIT_ELEMENT_TYPE)
+#undef KEROVA_VISIT_ELEMENT_TYPE
+        default:
+            return otherwise;
+    }
+}
+
 }  // namespace kerova::data

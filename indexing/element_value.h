@@ -59,15 +59,8 @@ using ElementReader = PyObject* (*)(const char*);
 
 // The reader for a library element type; null for a type number without one.
 inline ElementReader readerForType(data::ArrayType type) noexcept {
-    switch (type) {
-#define KEROVA_READER_CASE(elementType, name) \
-    case data::ArrayType::name:               \
-        return &elementToPython<elementType>;
-        KEROVA_ELEMENT_TYPES(KEROVA_READER_CASE)
-#undef KEROVA_READER_CASE
-        default:
-            return nullptr;
-    }
+    return data::visitElementType<ElementReader>(
+        type, nullptr, [](auto tag) -> ElementReader { return &elementToPython<typename decltype(tag)::type>; });
 }
 
 // The reader for a kind and complexity, as the cursor records them.

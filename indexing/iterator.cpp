@@ -54,15 +54,8 @@ ScalarStep scalarStepFor(const MDACursor& cursor) {
     const KindDescriptor& info = kindInfo(cursor.m_supportedArrayEnum);
     data::ArrayType type = cursor.m_store->m_array.type();
     if (!readerForType(type)) type = cursor.m_isComplex && info.hasComplex ? info.complexType : info.realType;
-    switch (type) {
-#define KEROVA_SCALAR_STEP_CASE(elementType, name) \
-    case data::ArrayType::name:                    \
-        return &nextScalarOf<elementType>;
-        KEROVA_ELEMENT_TYPES(KEROVA_SCALAR_STEP_CASE)
-#undef KEROVA_SCALAR_STEP_CASE
-        default:
-            return &nextScalarOf<double>;
-    }
+    return data::visitElementType<ScalarStep>(
+        type, &nextScalarOf<double>, [](auto tag) -> ScalarStep { return &nextScalarOf<typename decltype(tag)::type>; });
 }
 
 }  // namespace
