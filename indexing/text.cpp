@@ -170,25 +170,12 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
         return writeLevel<T>(store, coordinates, depth, text);
     }
 
-    const int64_t depth = cursor.m_numberOfIntegerIndicesSoFar;
-    if (depth < 0 || depth >= store.m_nDim) {
-        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
-        return false;
-    }
-    const SliceIndexItem& slice = cursor.finalSlice();
-    if (!slice.m_isNormalized) {
-        getIntegerIndexValues(slice, store.m_shape[static_cast<size_t>(depth)], ok);
-        return false;
-    }
-    if (!coordinatesFitStore(store, coordinates)) return false;
-    coordinates.reserve(store.m_shape.size());
-    const int64_t count = sliceWalkCount(slice);
-    const int64_t length = store.m_shape[static_cast<size_t>(depth)];
-    if (!listFits(count)) return false;
+    FinalSliceWalk walk;
+    if (!prepareFinalSliceWalk(cursor, coordinates, walk) || !listFits(walk.count)) return false;
     text.open();
-    for (int64_t k = 0; k < count; ++k) {
-        const int64_t value = sliceValueAt(slice, k);
-        if (value < 0 || value >= length) return failText();
+    for (int64_t k = 0; k < walk.count; ++k) {
+        const int64_t value = sliceValueAt(*walk.slice, k);
+        if (value < 0 || value >= walk.length) return failText();
         if (k > 0) text.separator();
         coordinates.push_back(value);
         bool written = false;
@@ -196,7 +183,7 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
             const char* element = store.elementPointerUnchecked(coordinates.data(), coordinates.size());
             written = store.m_buf && text.element<T>(element);
         } else {
-            written = writeLevel<T>(store, coordinates, static_cast<size_t>(depth) + 1, text);
+            written = writeLevel<T>(store, coordinates, static_cast<size_t>(walk.depth) + 1, text);
         }
         coordinates.pop_back();
         if (!written) return failText();

@@ -107,32 +107,19 @@ PyObject* cursorToList(const MDACursor& cursor) {
     if (!cursor.endsInSlice()) return listFromDepth<T>(cursor, coordinates, coordinates.size());
 
     const MDArrayWrapper& store = *cursor.m_store;
-    const int64_t depth = cursor.m_numberOfIntegerIndicesSoFar;
-    if (depth < 0 || depth >= store.m_nDim) {
-        PyErr_SetString(PyExc_RuntimeError, "too many indices.");
-        return nullptr;
-    }
-    const SliceIndexItem& slice = cursor.finalSlice();
-    if (!slice.m_isNormalized) {
-        getIntegerIndexValues(slice, store.m_shape[static_cast<size_t>(depth)], ok);
-        return nullptr;
-    }
-    if (!coordinatesFitStore(store, coordinates)) return nullptr;
-    coordinates.reserve(store.m_shape.size());
-
-    const int64_t count = sliceWalkCount(slice);
-    const int64_t length = store.m_shape[static_cast<size_t>(depth)];
-    PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(count)));
+    FinalSliceWalk walk;
+    if (!prepareFinalSliceWalk(cursor, coordinates, walk)) return nullptr;
+    PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(walk.count)));
     if (!result) return nullptr;
-    for (int64_t k = 0; k < count; ++k) {
-        const int64_t value = sliceValueAt(slice, k);
-        if (value < 0 || value >= length) return failListItem();
+    for (int64_t k = 0; k < walk.count; ++k) {
+        const int64_t value = sliceValueAt(*walk.slice, k);
+        if (value < 0 || value >= walk.length) return failListItem();
         coordinates.push_back(value);
         PyObject* item = nullptr;
         if (coordinates.size() == static_cast<size_t>(store.m_nDim)) {
             if (store.m_buf) item = elementToPython<T>(addressOf(store, coordinates));
         } else {
-            item = listLevel<T>(store, coordinates, static_cast<size_t>(depth) + 1);
+            item = listLevel<T>(store, coordinates, static_cast<size_t>(walk.depth) + 1);
         }
         coordinates.pop_back();
         if (!item) return failListItem();
