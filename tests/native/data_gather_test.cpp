@@ -32,10 +32,8 @@ std::vector<size_t> referenceOffsets(const std::vector<size_t>& dims) {
     return offsets;
 }
 
-struct GatherCase {
-    std::vector<size_t> dims;
-    size_t elementSize;
-};
+// Dimensions and element size.
+using GatherCase = std::pair<std::vector<size_t>, size_t>;
 
 class Gather : public testing::TestWithParam<GatherCase> {};
 

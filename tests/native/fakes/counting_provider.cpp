@@ -33,11 +33,7 @@ std::unordered_map<void*, buffer_deleter_t>& blockDeleters() {
 
 void countedFree(void* data) {
     ++counters().bufferFrees;
-    auto& deleters = blockDeleters();
-    const auto found = deleters.find(data);
-    const buffer_deleter_t deleter = found->second;
-    deleters.erase(found);
-    deleter(data);
+    blockDeleters().extract(data).mapped()(data);
 }
 
 int createBuffer(ArrayFactoryImpl* factory, void** data, buffer_deleter_t* deleter, int type, size_t count) {
@@ -57,11 +53,6 @@ void countedDestroy(Impl* impl) {
                                    : Number == fn::iterator_destroy ? "iterator"
                                                                     : "reference");
     real<Number>()(impl);
-}
-
-bool unshare(ArrayImpl* array, bool unique, ArrayImpl** out) {
-    ++counters().calls[fn::array_unshare];
-    return real<fn::array_unshare>()(array, unique, out);
 }
 
 IteratorImpl* cloneIterator(IteratorImpl* iterator) {
@@ -96,8 +87,6 @@ extern "C" void* get_function_ptr(int functionNumber) {
             return reinterpret_cast<void*>(&countedDestroy<fn::iterator_destroy, IteratorImpl>);
         case fn::reference_destroy:
             return reinterpret_cast<void*>(&countedDestroy<fn::reference_destroy, ReferenceImpl>);
-        case fn::array_unshare:
-            return reinterpret_cast<void*>(&unshare);
         case fn::iterator_clone:
             return reinterpret_cast<void*>(&cloneIterator);
         default:
