@@ -1,9 +1,8 @@
-"""A pure-Python model of the arrays, for the property tests: a store (kind, complex flag,
-shape, elements in column-major order) and views over it that hold the records of a cursor,
-integers and at most one final slice. Every operation returns what the extension returns
-or raises what it raises, with the same text: reads normalise against the final slice,
-writes against the whole dimension, and the assignment roads keep what they wrote when they
-fail. Views made before a reshape are not modelled; the tests drop them."""
+"""A pure-Python model of the arrays: a store (kind, complex flag, shape, column-major elements) and
+views holding a cursor's records, integers and at most one final slice. Each operation returns or
+raises what the extension does, with the same text: reads normalise against the final slice, writes
+against the whole dimension, and a failed assignment keeps what it wrote. Views made before a
+reshape are not modelled; the tests drop them."""
 
 import itertools
 import math
@@ -12,10 +11,9 @@ from math import prod
 
 from kerova import ShapeError, SizeError
 
-RANGES = {"int8": (-2**7, 2**7 - 1), "uint8": (0, 2**8 - 1), "int16": (-2**15, 2**15 - 1),
-          "uint16": (0, 2**16 - 1), "int32": (-2**31, 2**31 - 1), "uint32": (0, 2**32 - 1),
-          "int64": (-2**63, 2**63 - 1), "uint64": (0, 2**64 - 1)}
-KINDS = ["double", "single", "int8", "uint8", "int16", "uint16", "int32", "uint32", "int64", "uint64", "logical"]
+RANGES = {f"{u}int{b}": (0, 2**b - 1) if u else (-2**(b - 1), 2**(b - 1) - 1)
+          for b in (8, 16, 32, 64) for u in ("", "u")}
+KINDS = ["double", "single", *RANGES, "logical"]
 TOO_LARGE = "Python int too large to convert to C long long"
 FLT_MAX = 3.4028234663852886e38
 DELETE = object()  # the value of a `del` statement
@@ -32,14 +30,10 @@ def is_sequence(x):
     return isinstance(x, View) or (not isinstance(x, dict) and hasattr(type(x), "__getitem__"))
 
 
-# --- one Python value as one element ------------------------------------------------------
-
 def single(x):
     """A double as a 32-bit float: beyond the float range, infinities included, it is +inf."""
-    if math.isnan(x):
-        return x
-    if abs(x) > FLT_MAX:
-        return math.inf
+    if math.isnan(x) or abs(x) > FLT_MAX:
+        return x if math.isnan(x) else math.inf
     return struct.unpack("f", struct.pack("f", x))[0]
 
 
@@ -73,24 +67,10 @@ def from_int(kind, v):
     return v
 
 
-def refuse(x):
-    if isinstance(x, str):
-        raise TypeError("value is not numeric.")
-    if is_sequence(x):
-        raise TypeError("sequence passed when scalar was expected.")
-    if x is None:
-        raise TypeError("value must not be 'None'.")
-    raise TypeError("type does not match.")
-
-
 def part(kind, v):
     """A double as one part of a complex element."""
-    if kind == "double":
-        return v
-    if kind == "single":
-        return single(v)
-    if math.isnan(v):
-        return 0.0
+    if kind in ("double", "single") or math.isnan(v):
+        return v if kind == "double" else single(v) if kind == "single" else 0.0
     lo, hi = RANGES[kind]
     if not float(lo - 1) < v < float(hi + 1):
         raise out_of_range(v, kind)
@@ -121,14 +101,9 @@ def convert(kind, is_complex, x, allow_float):
         if kind == "logical" and allow_float:
             return x.real != 0.0 or x.imag != 0.0
         raise TypeError(name + " does not accept complex values if 'is_complex' is not set to 'True'.")
-    refuse(x)
+    raise TypeError("value is not numeric." if isinstance(x, str) else "sequence passed when scalar was expected."
+                    if is_sequence(x) else "value must not be 'None'." if x is None else "type does not match.")
 
-
-def zero(kind, is_complex):
-    return 0j if is_complex else {"double": 0.0, "single": 0.0, "logical": False}.get(kind, 0)
-
-
-# --- nested sequences -----------------------------------------------------------------------
 
 class Scan:
     """One walk over a nested sequence: its shape, and its elements in row order."""
@@ -173,8 +148,6 @@ class Scan:
 
 def column_major(row_order, dims):
     """Elements met last-index-fastest, placed first-index-fastest."""
-    if len(row_order) < 2:
-        return list(row_order)
     strides = [prod(dims[:k]) for k in range(len(dims))]
     out = [None] * len(row_order)
     for value, coords in zip(row_order, itertools.product(*map(range, dims))):
@@ -189,15 +162,11 @@ def mismatch(error, dims, size):
 
 def check_size(size, dims):
     """Whether flat data fills `size` column by column; raises when they disagree."""
-    if size == dims:
-        return False
     if prod(size) != prod(dims):
         raise mismatch(ShapeError, dims, size)
-    if len(size) == 2 and size[0] == 1 and dims == [1]:
-        return False
-    if len(dims) == 1 and dims[0] > 1:
+    if len(dims) == 1 and dims[0] > 1:  # `size` has two dimensions or more
         return True
-    if prod(dims) == 0:
+    if size == dims or (len(size) == 2 and size[0] == 1 and dims == [1]) or prod(dims) == 0:
         return False
     raise mismatch(SizeError, dims, size)
 
@@ -236,7 +205,7 @@ def construct(kind, initializer=None, size=None, vector=None, is_complex=ABSENT)
         raise TypeError("initializer and 'vector' must not both be specified.")
     sizes = parse_size(size) if size is not None else []
     if initializer is None and vector is None:
-        return View(Store(kind, cplx, sizes, [zero(kind, cplx)] * prod(sizes)))
+        return View(Store(kind, cplx, sizes, [convert(kind, cplx, 0, True)] * prod(sizes)))
     if vector is None:
         if isinstance(initializer, str):
             raise ValueError("value passed to initializer must be numeric.")
@@ -269,8 +238,6 @@ def construct(kind, initializer=None, size=None, vector=None, is_complex=ABSENT)
     return View(Store(kind, cplx, sizes or dims, elements))
 
 
-# --- stores, records and views --------------------------------------------------------------
-
 class Store:
     def __init__(self, kind, is_complex, shape, data):
         self.kind, self.is_complex, self.shape, self.data = kind, is_complex, list(shape), list(data)
@@ -283,7 +250,7 @@ class Store:
 
     def write(self, coords, value):
         linear = self.linear(coords)
-        if linear < 0:
+        if linear < 0:  # a slice of a slice can step below the start of the dimension
             raise RuntimeError("unable to set value.")
         if linear < len(self.data):  # beyond the elements the write is skipped
             self.data[linear] = value
@@ -307,8 +274,7 @@ def from_python(index, n):
 
 def walk(s):
     """The indices that a slice record selects."""
-    start, stop, step, _ = s
-    return list(range(start, stop, step))
+    return list(range(*s[:3]))
 
 
 def compose(outer, inner):
@@ -317,8 +283,6 @@ def compose(outer, inner):
     values = walk(outer)
     if not values:
         return outer
-    if start >= len(values):
-        return (0, 0, 1, 0)
     step, start, length = step * outer[2], values[start], min(length, len(values))
     return (start, length * step + start, step, length)
 
@@ -330,11 +294,7 @@ class View:
         self.store, self.ints, self.final, self.cache = store, list(ints), final, None
 
     def length(self):
-        if self.final is not None:
-            return self.final[3]
-        if len(self.ints) >= len(self.store.shape):
-            raise RuntimeError("too many indices.")
-        return self.store.shape[len(self.ints)]
+        return self.final[3] if self.final is not None else self.store.shape[len(self.ints)]
 
     def size(self):
         rest = tuple(self.store.shape[len(self.ints):])
@@ -343,20 +303,22 @@ class View:
     def records(self):
         return [("i", i) for i in self.ints] + ([("s",) + self.final] if self.final else [])
 
+    def pick(self, index, length):
+        """The position in the dimension of an integer index wrapped against `length`."""
+        if not -length <= index < length:
+            raise IndexError("index has an invalid value: %d" % index)
+        i = index % length
+        if self.final is not None:
+            values = walk(self.final)
+            if i >= len(values):
+                raise RuntimeError("unable to index into slice.")
+            i = values[i]
+        return i
+
     def read(self, index):
         st, n = self.store, len(self.ints)
         if isinstance(index, int):
-            length = self.length()
-            if n >= len(st.shape):
-                raise RuntimeError("too many indices.")
-            if not -length <= index < length:
-                raise IndexError("index has an invalid value: %d" % index)
-            i = index % length
-            if self.final is not None:
-                values = walk(self.final)
-                if i >= len(values):
-                    raise RuntimeError("unable to index into slice.")
-                i = values[i]
+            i = self.pick(index, self.length())
             if n == len(st.shape) - 1:
                 return st.at(self.ints + [i])
             return View(st, self.ints + [i])
@@ -367,18 +329,9 @@ class View:
 
     def assign(self, index, value):
         st, n = self.store, len(self.ints)
-        if n >= len(st.shape):
-            raise RuntimeError("too many indices.")
         length, last = st.shape[n], n == len(st.shape) - 1
         if isinstance(index, int):
-            if not -length <= index < length:
-                raise IndexError("index has an invalid value: %d" % index)
-            i = index % length
-            if self.final is not None:  # wrapped against the whole dimension, then mapped
-                values = walk(self.final)
-                if i >= len(values):
-                    raise RuntimeError("unable to index into slice.")
-                i = values[i]
+            i = self.pick(index, length)  # wrapped against the whole dimension, then mapped
             if last:  # the element road
                 if value is DELETE:
                     raise RuntimeError("null data pointer.")
@@ -408,19 +361,18 @@ class View:
             raise ValueError("slice is nonempty but values are empty.")
         if s[3] == 0:
             raise ValueError("slice is empty, but number of elements assigned is greater than zero.")
-        region = [("i", i) for i in self.ints] + [("s",) + (compose(self.final, s) if self.final else s)]
-        coords = [r[1] for r in region] + [0] * (len(st.shape) - len(region))
-        st.write(coords, scan.elements[0])
-        written = 1
-        while next_coords(coords, st.shape, region):
-            if written == count:
-                break
-            st.write(coords, scan.elements[written])
-            written += 1
-        else:
-            if written == count:
-                return None
-        raise ValueError("length of slice does not match number of elements.")
+        # An odometer over the region's box, last dimension fastest, from the start of each record;
+        # it stops where it would carry into an empty dimension. Writing stops when either runs out.
+        r = compose(self.final, s) if self.final else s
+        rest = st.shape[n + 1:]
+        axes = [[i] for i in self.ints] + [walk(r)] + [range(k) for k in rest]
+        empty = max((d for d, axis in enumerate(axes) if not axis), default=-1)
+        starts = self.ints + [r[0]] + [0] * len(rest)
+        slots = list(itertools.product(*([c] for c in starts[:empty + 1]), *axes[empty + 1:]))
+        for coords, element in zip(slots, scan.elements):
+            st.write(list(coords), element)
+        if len(slots) != count:
+            raise ValueError("length of slice does not match number of elements.")
 
     def items(self):
         """What iterating the view yields: partial arrays, or scalars on the last dimension."""
@@ -433,12 +385,9 @@ class View:
     def reshape(self, *args, **kwargs):
         if self.ints:
             raise RuntimeError("reshape() not supported for a partial array.")
-        if not args:
-            raise ValueError(RESHAPE)
         seq = args[0] if len(args) == 1 else args
-        if seq is None or not is_sequence(seq) or len(seq) < 2:
-            raise ValueError(RESHAPE)
-        if not all(isinstance(d, int) and 0 <= d < 2**63 for d in seq):
+        if (seq is None or not is_sequence(seq) or len(seq) < 2
+                or not all(isinstance(d, int) and 0 <= d < 2**63 for d in seq)):
             raise ValueError(RESHAPE)
         dims = drop_trailing_ones([int(d) for d in seq])
         if prod(dims) != len(self.store.data):
@@ -471,51 +420,18 @@ class View:
 
     def text(self, frame):
         body = str(to_list(self)).replace(" ", "")
-        if not frame:
-            return body
-        return "kerova.%s(%s%s)" % (self.store.kind, body, ", is_complex=True" if self.store.is_complex else "")
+        suffix = ", is_complex=True" if self.store.is_complex else ""
+        return "kerova.%s(%s%s)" % (self.store.kind, body, suffix) if frame else body
 
     def pickled(self):
-        """The array that pickle.loads(pickle.dumps(a)) gives: the whole dimension at the
-        final slice, rebuilt by the constructor from the nested list."""
+        """pickle.loads(pickle.dumps(a)): the whole dimension at the final slice, rebuilt from nested lists."""
         st = self.store
         return construct(st.kind, nested(st, self.ints, len(self.ints)), is_complex=True if st.is_complex else ABSENT)
-
-
-def next_coords(coords, shape, records):
-    """The odometer of the assignment roads over the box of `records`, last dimension first."""
-    for d in reversed(range(len(coords))):
-        if d >= len(shape):
-            return False
-        if d < len(records):
-            r = records[d]
-            lo, hi, step = (r[1], r[1] + 1, 0) if r[0] == "i" else r[1:4]
-        else:
-            lo, hi, step = 0, shape[d], 1
-        c = coords[d]
-        if step < 0:
-            if c > lo or c <= hi:
-                return False
-            moved = c + step > hi
-        else:
-            if c < lo or c >= hi:
-                return False
-            moved = step != 0 and c + step < hi
-        if moved:
-            coords[d] = c + step
-            for e in range(d + 1, len(coords)):
-                coords[e] = records[e][1] if e < len(records) else 0
-            return True
-        if d == 0 or step == 0:
-            return False
-    return True
 
 
 def nested(store, coords, depth):
     """The elements below `coords` as nested lists, from dimension `depth` on."""
     shape = store.shape
-    if depth >= len(shape):
-        return []
     if depth == len(shape) - 1:
         return [store.at(coords + [i]) for i in range(shape[depth])]
     return [nested(store, coords + [i], depth + 1) for i in range(shape[depth])]
@@ -532,10 +448,8 @@ def to_list(view):
 
 def equal(a, b):
     """== by two parallel walks, Python's == on the scalars."""
-    if a.store.kind != b.store.kind:
-        return False
     x, y = a.items(), b.items()
-    if len(x) != len(y):
+    if a.store.kind != b.store.kind or len(x) != len(y):
         return False
     return all(equal(p, q) if isinstance(p, View) and isinstance(q, View)
                else not isinstance(p, View) and not isinstance(q, View) and p == q

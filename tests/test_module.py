@@ -1,4 +1,5 @@
-"""What importing the extension gives: classes, exceptions, the capsule, re-exports."""
+"""What importing the extension gives: classes, exceptions, the capsule, re-exports, and the
+tour that `python -m kerova` runs."""
 
 import ctypes
 import pickle
@@ -11,56 +12,48 @@ import pytest
 import kerova
 import kerovamultidimarrayforpython as ext
 import kvexceptions
-
-KIND_NAMES = ["double", "single", "int8", "uint8", "int16", "uint16",
-              "int32", "uint32", "int64", "uint64", "logical"]
+from checks import raises
+from model import KINDS
 
 
 def test_module_namespace_holds_classes_exceptions_and_capsule_only():
     public = {name for name in dir(ext) if not name.startswith("__")}
-    assert public == set(KIND_NAMES) | {"KVPyIter", "ShapeError", "SizeError", "_capi"}
-    assert not any(callable(getattr(ext, n)) and not isinstance(getattr(ext, n), type) for n in public)
+    assert public == set(KINDS) | {"KVPyIter", "ShapeError", "SizeError", "_capi"}
     assert ext.__doc__ == "kerovamultidimarrayforpython"
     assert repr(ext.KVPyIter) == "<class 'kerova.KVPyIter'>" and ext.KVPyIter.__doc__ == "Internal iterator object"
+    is_valid = ctypes.pythonapi.PyCapsule_IsValid
+    is_valid.restype, is_valid.argtypes = ctypes.c_int, [ctypes.py_object, ctypes.c_char_p]
+    assert [is_valid(ext._capi, name) for name in (b"kerovamultidimarrayforpython._capi",
+                                                   b"kerovamultidimarrayforpython.capi", None)] == [1, 0, 0]
 
 
-@pytest.mark.parametrize("name", KIND_NAMES)
+@pytest.mark.parametrize("name", KINDS)
 def test_array_class_names_docs_and_reexport(name):
     cls = getattr(ext, name)
     assert getattr(kerova, name) is cls and cls.__doc__ == name
     assert (cls.__module__, cls.__qualname__, repr(cls)) == ("kerova", name, f"<class 'kerova.{name}'>")
-    with pytest.raises(TypeError):
-        type("Derived", (cls,), {})
+    for refused in (lambda: type("Derived", (cls,), {}), lambda: hash(cls())):  # final, unhashable
+        raises(refused, TypeError)
 
 
 @pytest.mark.parametrize("name", ["ShapeError", "SizeError"])
 def test_exception_types(name):
     exc = getattr(ext, name)
-    assert exc.__bases__ == (Exception,)  # siblings, neither derived from the other
-    assert exc.__module__ == "kvexceptions"
+    assert exc.__bases__ == (Exception,) and exc.__module__ == "kvexceptions"  # siblings
     assert getattr(kerova, name) is exc and getattr(kvexceptions, name) is exc
-    revived = pickle.loads(pickle.dumps(exc("message")))
-    assert type(revived) is exc and revived.args == ("message",)
+    assert type(pickle.loads(pickle.dumps(exc("message")))) is exc
 
 
-def test_capsule_valid_under_its_name_only():
-    is_valid = ctypes.pythonapi.PyCapsule_IsValid
-    is_valid.restype = ctypes.c_int
-    is_valid.argtypes = [ctypes.py_object, ctypes.c_char_p]
-    assert is_valid(ext._capi, b"kerovamultidimarrayforpython._capi") == 1
-    assert is_valid(ext._capi, b"kerovamultidimarrayforpython.capi") == 0
-    assert is_valid(ext._capi, None) == 0
-
-
-def test_instances_are_unhashable():
-    with pytest.raises(TypeError):
-        hash(kerova.double([[1.0]]))
+def run(*arguments):
+    done = subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0 and done.stderr == "", done.stderr
+    return done.stdout
 
 
 def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
     # The import machinery replaces an init error by a SystemError, so the entry is
     # called directly: PyDLL raises whatever error the call left set.
-    script = textwrap.dedent(f"""
+    assert run("-c", textwrap.dedent(f"""
         import ctypes, sys, types
         fake = types.ModuleType("array")
         fake.array = 5
@@ -71,7 +64,18 @@ def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
             entry()
         except RuntimeError as error:
             print(error)
-    """)
-    result = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, check=True)
-    assert result.stdout == "array.array class is not callable.\n"
-    assert result.stderr == ""
+    """)) == "array.array class is not callable.\n"
+
+
+@pytest.mark.parametrize("command, landmark", [
+    (["-m", "kerova"], "    array([[100.,  20.,   3.],"),
+    (["-c", "import runpy, sys; sys.modules['numpy'] = None; "  # NumPy made unimportable
+            "runpy.run_module('kerova', run_name='__main__', alter_sys=True)"],
+     "# NumPy is not installed, so this part is skipped"),
+])
+def test_tour_runs_to_the_end(command, landmark):
+    """`python -m kerova`, the README's main command."""
+    shown = run(*command)
+    # A value, a refused tuple index, the NumPy part and the last section all show.
+    assert ">>> a[1][2]\n    6.0\n" in shown and "RuntimeError: index is not an integer or slice." in shown
+    assert landmark in shown and "NotImplementedError: inequality operators not supported." in shown

@@ -1,16 +1,18 @@
-"""Random programs and random initializers, run against the extension and against the model
-of tests/model.py: every observable result must agree, values, shapes, text, exception
-types and messages alike."""
+"""Random programs, random initializers and the edge values of every kind, run on the extension
+and on tests/model.py: values, shapes, text, exception types and messages must all agree."""
 
+import itertools
 import math
 import os
 import pickle
 
+import pytest
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 import kerova
 import model
+from checks import same
 
 # Under the sanitizers an example costs some twenty times as much. No example database:
 # every run draws afresh, and none replays examples that an older version of the tests drew.
@@ -23,17 +25,6 @@ def outcome(action):
         return ("value", action())
     except Exception as error:  # noqa: BLE001 - the model must name the same one
         return ("error", type(error), str(error))
-
-
-def same(x, y):
-    """Exact agreement of scalars and nested lists, with NaN equal to NaN."""
-    if isinstance(x, list):
-        return isinstance(y, list) and len(x) == len(y) and all(map(same, x, y))
-    if isinstance(x, complex):
-        return type(y) is complex and same(x.real, y.real) and same(x.imag, y.imag)
-    if isinstance(x, float) and math.isnan(x):
-        return isinstance(y, float) and math.isnan(y)
-    return type(x) is type(y) and x == y
 
 
 def observe(e, m):
@@ -60,8 +51,6 @@ def agree(ext_action, model_action):
         assert same(got[1], expected[1]), (got[1], expected[1])
     return got[1], expected[1]
 
-
-# --- values ---------------------------------------------------------------------------------
 
 def valid_elements(kind, is_complex):
     """Values that a kind takes, from everywhere in its range."""
@@ -99,8 +88,6 @@ def nested_values(draw, element, shape):
     return filled(values, shape, draw(st.sampled_from([list, tuple])))
 
 
-# --- initializers -----------------------------------------------------------------------------
-
 SIZES = st.none() | st.lists(st.integers(0, 4), min_size=1, max_size=3) | st.sampled_from([5, "ab", [], [-1], [2.0]])
 
 
@@ -124,8 +111,32 @@ def freely_nested(element, depth):
     return st.one_of(element, st.lists(inner, max_size=3), st.lists(inner, max_size=3).map(tuple))
 
 
-def build(kind, **arguments):
-    return getattr(kerova, kind)(**arguments)
+F = type("F", (float,), {})  # subclasses count as what they derive from
+I = type("I", (int,), {})  # noqa: E741
+
+
+def edge_values(kind):
+    """The bounds of a kind and just beyond, as ints and as floats, floats whose text is a
+    corner of repr, and values of every type."""
+    lo, hi = model.RANGES.get(kind, (-2**63, 2**63 - 1))
+    return [lo, hi, lo - 1, hi + 1, lo - 0.9, hi + 0.9, float(lo - 1), float(hi + 1), 2**70, -2**70, True, I(7),
+            F(1.5), -0.5, -0.0, 1e300, -1e300, 3.4028235e38, -model.FLT_MAX, math.nan, math.inf, -math.inf, 0.1,
+            1 / 3, 1e16, 1.5e16, 1e-5, 1e-4, 9999999999999998.0, 5e-324, 1.7976931348623157e308, 1e22,
+            123456789012345680.0, 0j, 1j, -0.0j, 1.5 + 2.5j, complex(math.nan, 1), complex(1, 300.5),
+            complex(-1e300, -math.inf), complex(0, math.inf), None, object(), "x", [1]]
+
+
+@pytest.mark.parametrize("kind", model.KINDS)
+def test_edge_values_agree_with_the_model_on_every_road(kind):
+    for is_complex, value in itertools.product([False, True], edge_values(kind)):
+        for road in ("initializer", "vector"):
+            agree(lambda: getattr(kerova, kind)(**{road: [value]}, is_complex=is_complex),
+                  lambda: model.construct(kind, **{road: [value]}, is_complex=is_complex))
+        made = agree(lambda: getattr(kerova, kind)(initializer=[0, 0], is_complex=is_complex),
+                     lambda: model.construct(kind, initializer=[0, 0], is_complex=is_complex))
+        if made is not None:  # and written to an element
+            agree(lambda: made[0][0].__setitem__(1, value), lambda: made[1].read(0).assign(1, value))
+            observe(*made)
 
 
 @settings(FAST, max_examples=1200 // SCALE)
@@ -137,27 +148,17 @@ def test_initializers_of_every_kind_give_the_model_shape_values_or_exception(dat
     if complexity is not None:
         arguments["is_complex"] = complexity
     is_complex = complexity is True and kind != "logical"
-    road = data.draw(st.sampled_from(["initializer", "initializer", "vector"]))
+    road = data.draw(st.sampled_from(["initializer", "initializer", "vector", "size alone"]))
     if road == "initializer":
         arguments["initializer"] = data.draw(initializers(kind, is_complex))
-    else:
+    elif road == "vector":
         arguments["vector"] = data.draw(st.lists(elements(kind, is_complex) | st.lists(st.integers(), max_size=1),
                                                  max_size=6) | st.sampled_from(["ab", 5, b"\x01\x02"]))
     size = data.draw(SIZES)
     if size is not None:
         arguments["size"] = size
-    made = agree(lambda: build(kind, **arguments), lambda: model.construct(kind, **arguments))
-    if made is not None:  # and what reading element by element gives
-        assert same(read_all(made[0], lambda x, i: x[i], len), read_all(made[1], model.View.read, model.View.length))
+    agree(lambda: getattr(kerova, kind)(**arguments), lambda: model.construct(kind, **arguments))
 
-
-def read_all(x, read, length):
-    """Every element, read by chained indexing, as nested lists."""
-    items = [read(x, i) for i in range(length(x))]
-    return [read_all(item, read, length) if hasattr(item, "size") else item for item in items]
-
-
-# --- programs -------------------------------------------------------------------------------
 
 def indices(m):
     """An index for `m`: integers around its length, slices with bounds around it."""
@@ -201,7 +202,7 @@ def test_random_programs_agree_with_the_model(data):
         arguments.update(vector=values, size=shape)
     else:
         arguments.update(initializer=filled(values, shape) if shape[0] else [])
-    pool = [agree(lambda: build(kind, **arguments), lambda: model.construct(kind, **arguments))]
+    pool = [agree(lambda: getattr(kerova, kind)(**arguments), lambda: model.construct(kind, **arguments))]
 
     for _ in range(data.draw(st.integers(1, 16))):
         op = data.draw(st.sampled_from(OPS))
