@@ -4,7 +4,7 @@
 // The buffer road converts no element: the source format must be the output kind's own
 // character or an alias of it ('?' and 'B'; 'l' and 'L' by their item size), with a
 // leading 'Z' for complex kinds. The bytes are copied in the order in which they lie,
-// and the first stride tells whether that order was column-major.
+// and the strides tell whether that order was column-major or row-major.
 #pragma once
 
 #include <algorithm>
@@ -16,6 +16,24 @@
 #include "module/globals.h"
 
 namespace kerova {
+
+enum class Order { COLUMN_MAJOR, ROW_MAJOR };
+
+// True when `strides` are those of a contiguous block of `shape` in `order`, for elements
+// of `elementSize` bytes, ignoring the dimensions of length 1. The caller has checked that
+// the lengths multiply to the element count, so no partial product overflows.
+inline bool stridesFollow(const Py_ssize_t* strides, const std::vector<uint64_t>& shape, uint64_t elementSize,
+                          Order order) {
+    const size_t n = shape.size();
+    uint64_t span = elementSize;
+    for (size_t i = 0; i < n; ++i) {
+        const size_t d = order == Order::COLUMN_MAJOR ? i : n - 1 - i;
+        if (shape[d] == 1) continue;
+        if (strides[d] < 0 || static_cast<uint64_t>(strides[d]) != span) return false;
+        span *= shape[d];
+    }
+    return true;
+}
 
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::fromInitializer(PyObject* object, bool& ok) {
@@ -103,15 +121,16 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
     // claims more than its bytes hold would make an array that reads past its data.
     if (productOfDims(shape) != count) return raise("input does not fit evenly into output type.");
 
-    // One element from the first index to the next means the first index varies
-    // fastest. No strides means C order: the first stride spans all later dimensions,
-    // and it is one element exactly when their lengths multiply to 1. (Computed so, the
-    // product of lengths that only an empty buffer can have does not overflow.)
-    const bool columnMajor =
-        view.ndim < 2 || (view.itemsize != 0 &&
-                          (view.strides != nullptr
-                               ? view.strides[0] / view.itemsize == 1
-                               : productOfDims(std::vector<uint64_t>(shape.begin() + 1, shape.end())) == 1));
+    // The order in which the bytes lie, read from the strides of the dimensions longer
+    // than 1 (a dimension of length 1 is never stepped along, so a legal exporter may give
+    // it any stride). Strides that describe neither order come from an exporter whose
+    // fields disagree; such a buffer is refused before anything is read. No strides
+    // means C order.
+    const bool columnMajor = view.ndim < 2 || count < 2 ||
+                             (view.strides != nullptr && stridesFollow(view.strides, shape, sizeof(T), Order::COLUMN_MAJOR));
+    if (!columnMajor && view.strides != nullptr && !stridesFollow(view.strides, shape, sizeof(T), Order::ROW_MAJOR)) {
+        return raise("input buffer strides describe neither C nor Fortran order.");
+    }
 
     // The bytes go straight into the output block, gathered into column-major order
     // where they lie in row order.

@@ -37,15 +37,4 @@ data::Array buildArray(const ConstructorArguments& arguments, bool& ok) {
                                           initializer.arrayDims(), initializer.elementCount());
 }
 
-template <typename T>
-data::Array buildArray(PyObject* args, PyObject* kwds, bool& ok) {
-    ConstructorArguments arguments;
-    if (!parseConstructorArguments(args, kwds, arguments)) {
-        ok = false;
-        data::ArrayFactory factory;
-        return zeroScalar<T>(factory);
-    }
-    return buildArray<T>(arguments, ok);
-}
-
 }  // namespace kerova

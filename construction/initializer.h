@@ -44,7 +44,6 @@ public:
 
     // The flat element data of the array that the arguments describe. `ok` false means a
     // Python exception is set and the buffer is empty.
-    data::buffer_ptr_t<T> fromArguments(PyObject* args, PyObject* kwds, bool& ok);
     data::buffer_ptr_t<T> fromArguments(const ConstructorArguments& arguments, bool& ok);
 
     // Nested sequences (construction/sequence_scan.h).
@@ -135,16 +134,6 @@ inline uint64_t productOfDims(const std::vector<uint64_t>& dims) noexcept {
         product *= d;
     }
     return saturated ? std::numeric_limits<uint64_t>::max() : product;
-}
-
-template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(PyObject* args, PyObject* kwds, bool& ok) {
-    ConstructorArguments arguments;
-    if (!parseConstructorArguments(args, kwds, arguments)) {
-        ok = false;
-        return noBuffer<T>();
-    }
-    return fromArguments(arguments, ok);
 }
 
 template <typename T>

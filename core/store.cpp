@@ -79,19 +79,4 @@ void MDArrayWrapper::fillMirror(void* target, size_t size) const {
     });
 }
 
-char* MDArrayWrapper::elementPointer(const std::vector<int64_t>& coordinates) const {
-    if (!m_buf) {
-        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
-        return nullptr;
-    }
-    return elementPointerUnchecked(coordinates.data(), coordinates.size());
-}
-
-int64_t MDArrayWrapper::linearIndex(const std::vector<int64_t>& coordinates) const {
-    if (coordinates.size() > static_cast<size_t>(m_nDim)) return -1;
-    int64_t offset = 0;
-    for (size_t k = 0; k < coordinates.size(); ++k) offset += m_bytewiseStrides[k] * coordinates[k];
-    return offset / m_elemSizeInBytes;
-}
-
 }  // namespace kerova

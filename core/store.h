@@ -44,16 +44,12 @@ public:
     void refreshMirror();
     void fillMirror(void* target, size_t size) const;
 
-    // Address of the element at the first coordinates.size() coordinates; RuntimeError
-    // "null data pointer." and null without a mirror.
-    char* elementPointer(const std::vector<int64_t>& coordinates) const;
+    // Address of the element at the first `count` coordinates, which the caller has checked.
     char* elementPointerUnchecked(const int64_t* coordinates, size_t count) const noexcept {
         char* p = m_buf;
         for (size_t k = 0; k < count; ++k) p += m_bytewiseStrides[k] * coordinates[k];
         return p;
     }
-    // Element position of the coordinates in storage order; -1 for too many coordinates.
-    int64_t linearIndex(const std::vector<int64_t>& coordinates) const;
 
     const std::shared_ptr<MirrorBlock>& mirror() const noexcept { return m_mirror; }
 

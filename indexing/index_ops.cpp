@@ -42,9 +42,6 @@ bool normalizeIntegerIndex(IntegerIndexItem& item, int64_t len) {
     if (item.m_index < 0 && item.m_index + len < 0) {
         // Unlike the upper bound, the lower bound reports nothing itself: every caller
         // raises its own error for a failed normalisation.
-        const std::string unused = "index is too small: (" + std::to_string(item.m_index) + "; minimum: -" +
-                                   std::to_string(len) + ").";
-        static_cast<void>(unused);
         return false;
     }
     if (item.m_index < 0) item.m_index += len;
@@ -106,6 +103,12 @@ bool sliceIndexFromPython(PyObject* slice, int64_t len, SliceIndexItem& item) {
         PyErr_SetString(PyExc_ValueError, text.c_str());
         return false;
     }
+    // A step longer than the dimension reaches one element, as a step of the dimension's
+    // length does: keeping it so means no later product of steps and strides can leave
+    // the 64-bit range. The messages above print the step as it was written.
+    const int64_t longest = std::max<int64_t>(len, 1);
+    if (step > longest) item.m_step = longest;
+    if (step < -longest) item.m_step = -longest;
     // A bound that could not be read leaves its TypeError standing.
     return unpacked >= 0;
 }
@@ -242,31 +245,6 @@ std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success) {
         indices.push_back(integer->m_index);
     }
     return indices;
-}
-
-std::vector<int64_t> getIntegerIndicesWithFinal(const MDACursor& cursor, int64_t final, bool& success) {
-    const size_t nDim = static_cast<size_t>(std::max(cursor.m_store->m_nDim, 0));
-    std::vector<int64_t> coordinates(nDim, 0);
-    success = false;
-    if (final < 0) {
-        setRuntimeError("index not normalized.");
-        return {};
-    }
-    if (nDim == 0 || cursor.m_indexItems.size() > nDim) {
-        setRuntimeError("too many indices.");
-        return {};
-    }
-    for (size_t k = 0; k < cursor.m_indexItems.size(); ++k) {
-        const auto* integer = std::get_if<IntegerIndexItem>(&cursor.m_indexItems[k]);
-        if (!integer) {
-            setRuntimeError("slice index unexpectedly found.");
-            return {};
-        }
-        coordinates[k] = integer->m_index;
-    }
-    coordinates[nDim - 1] = final;
-    success = true;
-    return coordinates;
 }
 
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count) {

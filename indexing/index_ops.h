@@ -24,7 +24,6 @@ bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t le
 bool pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item);
 bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item);
 std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success);
-std::vector<int64_t> getIntegerIndicesWithFinal(const MDACursor& cursor, int64_t final, bool& success);
 
 // The odometer over the box that a list of records selects (the last dimension moves first).
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count);

@@ -41,7 +41,7 @@ PyObject* nextScalarOf(ArrayIterationState& state) {
     const DimensionBounds bounds = state.currentBounds();
     // A walk along a row of a column-major store jumps a whole column per item: ask for
     // the element a few items ahead so that its fetch overlaps this one.
-    prefetchAt(element, 8 * bounds.step * strides[count - 1]);
+    prefetchAt(element, wrappingMul(8 * bounds.step, strides[count - 1]));  // only a hint
     PyObject* item = elementToPython<T>(element);
     state.isExhausted = !advanceWalk(state.coordinates.back(), bounds);
     return item;

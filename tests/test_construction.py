@@ -3,15 +3,18 @@ dictionary forms, buffers, the module's own arrays), exact failure texts, and bu
 
 import array
 import functools
+import itertools
 import math
+import struct
 
+import numpy as np
 import pytest
 
 import kerova
 from checks import incompatible, label, raises, same
 from model import DIFFERENT, KINDS, RECTANGULAR, TOO_LARGE
-
-np = pytest.importorskip("numpy")
+from support.consumer import Capi
+from support.exporter import Exporter
 
 
 def read(x):
@@ -160,3 +163,69 @@ def test_numpy_arrays_import_with_their_indices(kind, is_complex, dtype, order, 
     expected = source.reshape(size).astype({"logical": np.bool_, "uint8": np.uint8}.get(kind, dtype))
     assert same(read(a), expected.tolist())
     assert memoryview(a).tobytes("F") == expected.tobytes("F")  # logical holds 0 and 1 only
+
+
+# Buffers with every legal choice of strides for their dimensions of length 1, which no
+# element is reached through: the array must read back with the source's own indices.
+STRUCT = dict(zip(KINDS, "dfbBhHiIqQ?"))
+LAYOUTS = [(2, 3), (1, 2, 3), (1, 1, 2, 3), (1, 1, 1, 2, 3), (2, 1, 3), (1, 2, 1, 3), (3, 1), (2, 3, 1)]
+
+
+def contiguous(shape, size, order):
+    strides, span = [0] * len(shape), size
+    for d in (range(len(shape)) if order == "F" else reversed(range(len(shape)))):
+        strides[d], span = span, span * shape[d]
+    return strides
+
+
+def element(data, shape, strides, code, index, is_complex):
+    """The element at `index`, read from the raw bytes through the strides."""
+    offset = sum(i * s for i, s in zip(index, strides))
+    parts = struct.unpack_from(("2" if is_complex else "") + code, data, offset)
+    return complex(*parts) if is_complex else parts[0]
+
+
+@pytest.mark.parametrize("lying", [0, 1], ids=["c-strides", "f-strides"])  # what the length-1 dims claim
+@pytest.mark.parametrize("shape", LAYOUTS, ids=str)
+@pytest.mark.parametrize("order", ["C", "F"])
+@pytest.mark.parametrize("kind, is_complex", [(k, False) for k in KINDS] + [(k, True) for k in KINDS[:-1]])
+def test_buffer_order_follows_the_dimensions_longer_than_one(kind, is_complex, order, shape, lying):
+    code, count = STRUCT[kind], math.prod(shape)
+    size = struct.calcsize(code) * (2 if is_complex else 1)
+    values = [v % 3 if kind == "logical" else v for v in range(1, count * (2 if is_complex else 1) + 1)]
+    data = struct.pack(f"{len(values)}{code}", *values)
+    strides = contiguous(shape, size, order)
+    other = contiguous(shape, size, "CF"[lying])
+    strides = [o if n == 1 else s for s, o, n in zip(strides, other, shape)]
+    source = Exporter(data, (b"Z" if is_complex else b"") + code.encode(), size, len(shape), shape, strides)
+    a = getattr(kerova, kind)(source, is_complex=is_complex)
+    if lying:  # the native modules' road reads the same buffer the same way
+        assert Capi().array_from_buffer(source)[0] == a
+    kept = list(shape)
+    while len(kept) > 2 and kept[-1] == 1:
+        kept.pop()
+    assert a.size == tuple(kept)
+    for index in itertools.product(*map(range, kept)):
+        expected = element(data, shape, strides, code, index, is_complex)
+        got = functools.reduce(lambda x, i: x[i], index, a)
+        assert same(got, bool(expected) if kind == "logical" else expected), index
+
+
+NEITHER = "input buffer strides describe neither C nor Fortran order."
+REFUSED_STRIDES = [(2, 2), (1, 1), (0, 0), (-3, -1), (3, -1), (1, 4), (2, 6),  # in elements
+                   (-2**63, 1), (1, -2**63), (2**62, 2**62)]  # in bytes
+
+
+@pytest.mark.parametrize("strides", REFUSED_STRIDES, ids=str)
+@pytest.mark.parametrize("kind, is_complex, itemsize, road", [
+    ("double", False, 8, {}), ("double", False, -1, {}), ("double", False, 8, {"size": (3, 2)}),
+    ("int8", False, 1, {}), ("uint16", False, 0, {}), ("single", True, 8, {}), ("logical", False, 1, {}),
+])
+def test_buffer_whose_strides_describe_neither_order_is_refused(kind, is_complex, itemsize, road, strides):
+    element = struct.calcsize(STRUCT[kind]) * (2 if is_complex else 1)
+    fmt = (b"Z" if is_complex else b"") + STRUCT[kind].encode()
+    strides = [s if abs(s) >= 2**62 else s * element for s in strides]
+    source = Exporter(bytes(6 * element), fmt, itemsize, 2, (2, 3), strides)
+    raises(lambda: getattr(kerova, kind)(source, is_complex=is_complex, **road), BufferError, NEITHER)
+    if not road and itemsize > 0:
+        raises(lambda: Capi().array_from_buffer(source), BufferError, NEITHER)

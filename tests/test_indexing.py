@@ -24,7 +24,10 @@ def test_index_forms_that_the_model_does_not_draw(chain, expected):
 ROW = list(range(10))  # chains of slices and integers on a row of ten read as Python reads them
 SLICE_CHAINS = ["[8:2:-2]", "[2:2:-1]", "[3:1]", "[1:8][::-1]", "[::-1][::2]", "[::2][1:]", "[2:2][0:1]",
                 "[1:5][10:]", "[1:9][2:6][::-1]", "[::-1][1:-1][::3]", "[7:0:-2][1:]", "[1:8][::-1][2]",
-                "[::3][-1]", "[2:9][::2][::-1][0]", "[5:][::-2]", "[0:10:4][::-1][1:]"]
+                "[::3][-1]", "[2:9][::2][::-1][0]", "[5:][::-2]", "[0:10:4][::-1][1:]",
+                # steps far beyond the row, alone and composed: each reaches one element
+                "[::2**63-1]", "[::-2**63]", "[9:0:-2**63]", "[3::2**62][::2**62]", "[::-2**62][::-2**63]",
+                "[::-1][::2**63-1][::-2**63]", "[1::2**62][0]", "[-2**63:2**63:2**63-1]"]
 
 
 @pytest.mark.parametrize("chain", SLICE_CHAINS)
@@ -33,11 +36,20 @@ def test_slice_chains_read_like_python_lists(chain):
     got = eval("row" + chain)
     if isinstance(expected, list):
         assert values(got) == expected and len(got) == len(expected) and list(got) == expected
+        assert got == got and got == kerova.int32([expected])[0]
     else:
         assert got == expected
     grid = kerova.int16([[r * 10 + c for c in range(4)] for r in range(10)])  # the same on the first dimension
     expected = eval("[[r * 10 + c for c in range(4)] for r in ROW]" + chain)
     assert values(eval("grid" + chain)) == expected
+
+
+def test_writes_through_huge_steps_reach_one_element():
+    a = kerova.single(size=(3, 3))
+    a[0][::-2**63] = [7]
+    a[::2**63 - 1] = kerova.single([[1, 2, 3]])
+    a[2][1::2**62] = [5]
+    assert values(a) == [[1, 2, 3], [0, 0, 0], [0, 5, 0]] and a[::-2**63] == a[2:] and a[0:None:-2**63] == a[:1]
 
 
 def test_writes_reach_live_iterators_and_copies():
