@@ -17,8 +17,13 @@ bool parseConstructorArguments(PyObject* args, PyObject* kwds, ConstructorArgume
     }
     arguments = ConstructorArguments{};
     arguments.keywords = kwds;
-    return PyArg_ParseTupleAndKeywords(args, kwds, "|OOOO", keywords, &arguments.initializer, &arguments.size,
-                                       &arguments.vector, &arguments.isComplex) != 0;
+    if (PyArg_ParseTupleAndKeywords(args, kwds, "|OOOO", keywords, &arguments.initializer, &arguments.size,
+                                    &arguments.vector, &arguments.isComplex) == 0) {
+        return false;
+    }
+    arguments.held = {PyRef::borrow(arguments.initializer), PyRef::borrow(arguments.size),
+                      PyRef::borrow(arguments.vector), PyRef::borrow(arguments.isComplex)};
+    return true;
 }
 
 bool parseBoolArgument(PyObject* value, const char* name, bool& ok) {

@@ -3,16 +3,22 @@
 
 #include <Python.h>
 
+#include <array>
+
+#include "core/py_ref.h"
+
 namespace kerova {
 
 struct ConstructorArguments {
-    // Borrowed references, null when not passed.
+    // Null when not passed. Each is also held in `held` for the whole construction: a
+    // dictionary of keywords could drop its values while Python code runs in a scan.
     PyObject* initializer = nullptr;
     PyObject* size = nullptr;
     PyObject* vector = nullptr;
     PyObject* isComplex = nullptr;
     // The keyword dictionary the arguments were read from, or null.
     PyObject* keywords = nullptr;
+    std::array<PyRef, 4> held;
 
     // An argument counts as given if it is passed and is not None.
     static bool given(PyObject* value) noexcept { return value != nullptr && value != Py_None; }

@@ -105,7 +105,8 @@ PyObject* methodBufferInfo(PyObject* self, PyObject*) {
 PyObject* methodBytewiseStrides(PyObject* self, PyObject*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
-    const std::vector<int64_t>& strides = cursor->m_store->m_bytewiseStrides;
+    // A copy: making the Python ints can run Python code, which may reshape the store.
+    const std::vector<int64_t> strides = cursor->m_store->m_bytewiseStrides;
     PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
     if (!tuple) return nullptr;
     for (size_t k = 0; k < strides.size(); ++k) {
@@ -175,29 +176,28 @@ PyObject* getSize(PyObject* self, void*) {
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return nullptr;
     }
+    // The lengths are read once, before any Python object is made: making one can run
+    // Python code, which may reshape the store under this call.
+    std::vector<int64_t> lengths;
+    if (beyond == 1) {
+        const auto* slice = std::get_if<SliceIndexItem>(&records[static_cast<size_t>(n)]);
+        if (slice == nullptr) return nullptr;
+        lengths.push_back(slice->m_slice_len.value_or(0));
+    }
+    for (int64_t dimension = n + static_cast<int64_t>(beyond); dimension < store->m_nDim; ++dimension) {
+        lengths.push_back(store->m_shape[static_cast<size_t>(dimension)]);
+    }
+    // A cursor deeper than its store (after a reshape) makes the tuple fail as it always did.
     PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(store->m_nDim - n)));
     if (!tuple) return nullptr;
-    Py_ssize_t position = 0;
-    int64_t dimension = n;
     // Lengths go through a C long of 32 bits' worth, as the attribute always reported them.
-    const auto setLength = [&](int64_t length) {
-        PyObject* item = PyLong_FromLong(static_cast<int32_t>(length));
+    for (size_t k = 0; k < lengths.size(); ++k) {
+        PyObject* item = PyLong_FromLong(static_cast<int32_t>(lengths[k]));
         if (item == nullptr) {
             PyErr_SetString(PyExc_RuntimeError, "unable to construct Python object from integer.");
-            return false;
-        }
-        return PyTuple_SetItem(tuple.get(), position++, item) == 0;
-    };
-    if (beyond == 1) {
-        try {
-            if (!setLength(std::get<SliceIndexItem>(records[n]).m_slice_len.value_or(0))) return nullptr;
-        } catch (const std::bad_variant_access&) {
             return nullptr;
         }
-        ++dimension;
-    }
-    for (; dimension < store->m_nDim; ++dimension) {
-        if (!setLength(store->m_shape[dimension])) return nullptr;
+        if (PyTuple_SetItem(tuple.get(), static_cast<Py_ssize_t>(k), item) != 0) return nullptr;
     }
     return tuple.release();
 }

@@ -1,0 +1,65 @@
+"""Python code that runs inside a call of the module (a __len__, a garbage-collection callback)
+and changes what the call is working on: the call finishes on what it read first, or raises."""
+
+import gc
+
+import pytest
+
+import kerova
+from checks import values
+
+
+class Clearing:
+    """A sequence of `length` copies of `item` whose __len__ first empties `target`."""
+
+    def __init__(self, target, length, item):
+        self.target, self.length, self.item = target, length, item
+
+    def __len__(self):
+        self.target.clear()
+        return self.length
+
+    def __getitem__(self, i):
+        if i >= self.length:
+            raise IndexError(i)
+        return self.item
+
+
+@pytest.mark.parametrize("key, length, item, expected", [
+    ("initializer", 2, [1.0, 2.0], [[1, 2], [1, 2]]),
+    ("size", 2, 2, [[0, 0], [0, 0]]),
+    ("vector", 3, 4.0, [[4, 4, 4]]),
+])
+def test_dictionary_form_keeps_its_values_while_they_are_read(key, length, item, expected):
+    keywords = {}
+    keywords[key] = Clearing(keywords, length, item)
+    assert values(kerova.double(keywords)) == expected and keywords == {}
+
+
+@pytest.fixture
+def reshaping_collector():
+    """Every garbage collection reshapes the array that the test gives it between two and
+    three dimensions, so that a collection inside an allocation changes the geometry."""
+    target, thresholds = [], gc.get_threshold()
+
+    def callback(phase, info):
+        if phase == "start" and target:
+            target[0].reshape(*((2, 3, 1000) if len(target[0].size) == 2 else (2, 3000)))
+
+    gc.collect()
+    gc.callbacks.append(callback)
+    gc.set_threshold(1)
+    yield target
+    gc.callbacks.remove(callback)
+    gc.set_threshold(*thresholds)
+
+
+@pytest.mark.parametrize("read", [lambda a: a.size, lambda a: a.get_bytewise_strides()], ids=["size", "strides"])
+def test_geometry_tuples_are_filled_from_one_reading(reshaping_collector, read):
+    a = kerova.double(size=(2, 3000))
+    reshaping_collector.append(a)
+    held = []
+    for _ in range(300):
+        held.append([[]])  # garbage to collect
+        got = read(a)
+        assert got in ((2, 3000), (2, 3, 1000), (8, 16), (8, 16, 48))
