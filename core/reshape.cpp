@@ -136,6 +136,10 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
         return nullptr;
     }
 
+    if (store.m_walks > 0) {
+        PyErr_SetString(PyExc_RuntimeError, "reshape() is not allowed while the array is being read.");
+        return nullptr;
+    }
     store.m_array = reshapeArray(std::move(store.m_array), dims);
     std::vector<int64_t> oldShape = std::exchange(store.m_shape, std::move(dims));
     const int32_t oldNDim = std::exchange(store.m_nDim, static_cast<int32_t>(store.m_shape.size()));

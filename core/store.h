@@ -59,6 +59,7 @@ public:
     char m_order = 'F';
     int32_t m_isReadOnly = 1;
     int32_t m_exports = 0;
+    int32_t m_walks = 0;  // walks in progress, which a reshape must wait for
     int32_t m_nDim = 0;
     int64_t m_numElems = 0;
     int64_t m_bufferSizeInBytes = 0;
@@ -67,6 +68,24 @@ public:
 
 private:
     std::shared_ptr<MirrorBlock> m_mirror;
+};
+
+// Holds a store's geometry still for one walk. Every Python object a walk makes can run
+// Python code (a garbage-collection callback, a __del__, another thread), and that code
+// could reshape the store under the walk: reshape refuses while any hold is in place.
+class WalkHold {
+public:
+    explicit WalkHold(std::shared_ptr<MDArrayWrapper> store) noexcept : m_store(std::move(store)) {
+        if (m_store) ++m_store->m_walks;
+    }
+    WalkHold(const WalkHold&) = delete;
+    WalkHold& operator=(const WalkHold&) = delete;
+    ~WalkHold() {
+        if (m_store) --m_store->m_walks;
+    }
+
+private:
+    std::shared_ptr<MDArrayWrapper> m_store;
 };
 
 }  // namespace kerova

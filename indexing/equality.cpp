@@ -361,6 +361,8 @@ PyObject* arrayRichCompare(PyObject* self, PyObject* other, int op) {
         PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
         return nullptr;
     }
+    const WalkHold holdSelf(cursor->m_store);
+    const WalkHold holdOther(otherCursor->m_store);
     const Outcome outcome = arraysEqual<K>(*cursor, *otherCursor);
     if (outcome == Outcome::NO_RESULT) return nullptr;
     const bool equal = outcome == Outcome::EQUAL;

@@ -92,6 +92,7 @@ PyObject* listLevel(const MDArrayWrapper& store, std::vector<int64_t>& coordinat
 
 template <typename T>
 PyObject* listFromDepth(const MDACursor& cursor, std::vector<int64_t>& coordinates, size_t depth) {
+    const WalkHold hold(cursor.m_store);
     const MDArrayWrapper& store = *cursor.m_store;
     if (depth >= store.m_shape.size()) return PyList_New(0);
     if (!coordinatesFitStore(store, coordinates)) return nullptr;
@@ -106,6 +107,7 @@ PyObject* cursorToList(const MDACursor& cursor) {
     if (!ok) return nullptr;
     if (!cursor.endsInSlice()) return listFromDepth<T>(cursor, coordinates, coordinates.size());
 
+    const WalkHold hold(cursor.m_store);
     const MDArrayWrapper& store = *cursor.m_store;
     FinalSliceWalk walk;
     if (!prepareFinalSliceWalk(cursor, coordinates, walk)) return nullptr;

@@ -1,7 +1,10 @@
 """Python code that runs inside a call of the module (a __len__, a garbage-collection callback)
 and changes what the call is working on: the call finishes on what it read first, or raises."""
 
+import copy
 import gc
+import pickle
+import sys
 
 import pytest
 
@@ -63,3 +66,26 @@ def test_geometry_tuples_are_filled_from_one_reading(reshaping_collector, read):
         held.append([[]])  # garbage to collect
         got = read(a)
         assert got in ((2, 3000), (2, 3, 1000), (8, 16), (8, 16, 48))
+
+
+REFUSED = "reshape() is not allowed while the array is being read."
+
+
+@pytest.mark.parametrize("action", [
+    lambda a: a.__reduce__()[1][1], lambda a: pickle.loads(pickle.dumps(a)), lambda a: copy.deepcopy(a),
+    lambda a: a.clone(), lambda a: a[1].clone(), lambda a: memoryview(a[1]).tolist(), lambda a: a == a.clone(),
+    lambda a: [list(row) for row in a],
+], ids=["reduce", "pickle", "deepcopy", "clone", "clone-part", "export-part", "equality", "iteration"])
+def test_reshape_during_a_walk_is_refused_or_waits(reshaping_collector, action, monkeypatch):
+    """A collection inside the walk tries to reshape: the walk refuses it and ends on the
+    geometry it started with; a reshape between walks goes through."""
+    seen = []
+    monkeypatch.setattr(sys, "unraisablehook", lambda u: seen.append(str(u.exc_value)))
+    a = kerova.double(vector=range(6000), size=(2, 3000))
+    reshaping_collector.append(a)
+    [[] for _ in range(50)]  # garbage to collect
+    result = action(a)
+    assert set(seen) <= {REFUSED}
+    if isinstance(result, list) and len(result) == 2 and len(result[0]) == 3000:
+        assert result == [[float(2 * j + i) for j in range(3000)] for i in range(2)]
+    assert a.size in ((2, 3000), (2, 3, 1000)) and values(a.reshape(2, 3000))[1][:3] == [1.0, 3.0, 5.0]
