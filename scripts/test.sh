@@ -26,4 +26,6 @@ bash scripts/wheel_smoke.sh
 if [ "${KEROVA_SKIP_SANITIZE:-0}" != 1 ]; then
     echo "== sanitizers (AddressSanitizer, UndefinedBehaviorSanitizer, leak detection)"
     bash scripts/sanitize.sh
+else
+    echo "== sanitizers: SKIPPED (KEROVA_SKIP_SANITIZE=1); run them with: bash scripts/sanitize.sh"
 fi

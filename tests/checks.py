@@ -45,3 +45,17 @@ def label(*items):  # a test id for a row of a table
 def incompatible(given, expected):
     return (f"input buffer format ('{given}') is not compatible with output format ('{expected}'); "
             "use a different input or output type")
+
+
+def reshape_count(product, count):
+    return (f"number of elements specified by arguments to reshape() ({product}) does not match current "
+            f"number ({count}).")
+
+
+def loose(action, *errors):
+    """For a case whose outcome is not settled yet: `action` succeeds or raises one of
+    `errors`, with a message."""
+    try:
+        action()
+    except errors as error:
+        assert str(error), f"{type(error).__name__} without a message"

@@ -8,13 +8,12 @@ import itertools
 import pickle
 import struct
 import sys
-from contextlib import suppress
 
 import numpy as np
 import pytest
 
 import kerova
-from checks import check, incompatible, raises
+from checks import check, incompatible, loose, raises, reshape_count
 from model import RECTANGULAR, RESHAPE
 from support.exporter import Exporter
 
@@ -80,17 +79,17 @@ Two = type("Two", (), {"__index__": lambda self: 2})
     (lambda: kerova.double([Lying([1.0], 2), [1.0, 2.0]]), (RuntimeError, NULL_DATA)),
     (lambda: kerova.double([[1.0, 2.0], Lying([1.0, 2.0], [2, 1])]), (ValueError, RECTANGULAR)),
     (lambda: kerova.double(Lying([], ValueError("no length"))), (ValueError, "no length")),
-    (lambda: kerova.double(Lying([], -1)), (ValueError, None)),
+    (lambda: kerova.double(Lying([], -1)), (ValueError, "__len__() should return >= 0")),
     (lambda: kerova.double(Lying([1.0, 2.0, 3.0], 2)), "[[1.0,2.0]]"),  # a shorter length reads that many
     (lambda: kerova.double(vector=Lying([1, 2, 3], 1)), "[[1.0]]"),
     (lambda: kerova.double(vector=Lying([1, 2], HUGE)), (MemoryError, allocation(HUGE, "double"))),
     (lambda: kerova.int8(vector=Lying([1, 2], HUGE), is_complex=True), (MemoryError, allocation(HUGE, "int8"))),
     (lambda: kerova.double(vector=Lying([1, 2], 3)), (RuntimeError, "item 2 could not be retrieved.")),
-    (lambda: kerova.double(size=Lying([2, 2], HUGE)), (MemoryError, None)),
+    (lambda: kerova.double(size=Lying([2, 2], HUGE)), (MemoryError, "")),  # no room for the dimensions
     (lambda: kerova.double(size=Lying([2], 2)), (RuntimeError,
      "Item 1 could not be retrieved from the value associated with the 'size' keyword.")),
     (lambda: kerova.double(size=Lying([], TypeError("no size"))), (TypeError, "no size")),
-    (lambda: kerova.double().reshape(Lying([0, 0], HUGE)), (MemoryError, None)),
+    (lambda: kerova.double().reshape(Lying([0, 0], HUGE)), (MemoryError, "")),
     (lambda: kerova.double().reshape(Lying([0], 2)), (RuntimeError,
      "Item 1 could not be retrieved from the value passed to reshape().")),
     # lists changed under the walk: longer than their length said, an item replaced before it
@@ -102,29 +101,34 @@ Two = type("Two", (), {"__index__": lambda self: 2})
     (lambda: kerova.double(mutated(0, list.clear)), (RuntimeError, NULL_DATA)),
     # impossible sizes
     (lambda: kerova.single(size=(2**40, 2**40), is_complex=True), (MemoryError, allocation(2**64 - 1, "single"))),
-    (lambda: kerova.logical(size=(2**33, 2**33, 2)), (MemoryError, None)),
-    (lambda: kerova.double().reshape(2**32, 2**32), (kerova.ShapeError,
-     "number of elements specified by arguments to reshape() (0) does not match current number (0).")),
-    (lambda: kerova.double().reshape(HUGE, 4), (kerova.ShapeError, None)),
-    (lambda: kerova.double([[1]]).reshape(2**32 + 1, 2**32 - 1), (kerova.ShapeError, None)),
+    (lambda: kerova.logical(size=(2**33, 2**33, 2)), (MemoryError, allocation(2**64 - 1, "logical"))),
+    # a product that overflows matches no count, whatever it wraps to
+    (lambda: kerova.double().reshape(2**32, 2**32), (kerova.ShapeError, reshape_count(0, 0))),
+    (lambda: kerova.double().reshape(HUGE, 4), (kerova.ShapeError, reshape_count(0, 0))),
+    (lambda: kerova.double([[1]]).reshape(2**32 + 1, 2**32 - 1), (kerova.ShapeError, reshape_count(-1, 1))),
 ])
 def test_lying_and_changing_sequences_and_impossible_sizes(construct, expected):
     check(construct, expected)
 
 
-@pytest.mark.parametrize("change", [
-    lambda a: a.reshape(1, 4),            # the target takes another shape
-    lambda a: a[1].__setitem__(1, 9.0),   # or another value
-    lambda a: memoryview(a),              # or is exported
+@pytest.mark.parametrize("index", [0, slice(0, 1), slice(None)])
+@pytest.mark.parametrize("change, text", [
+    (lambda a: a[1].__setitem__(1, 9.0), "[[0.0,1.0],[3.0,9.0]]"),  # the target takes another value
+    (memoryview, "[[0.0,1.0],[3.0,4.0]]"),                          # or is exported
+    (lambda a: a.reshape(1, 4), None),                               # or another shape
 ])
-def test_right_side_that_changes_the_target_during_the_walk(change):
-    for index in (0, slice(0, 1), slice(None)):
-        a = kerova.double([[1, 2], [3, 4]])
-        row = Lying([0.0, 1.0], 2, action=lambda: change(a))  # whose first read runs change(a)
-        value = [row] if isinstance(index, slice) else row
-        with suppress(ValueError, RuntimeError, IndexError):
-            a[index] = value
-        assert len(str(a)) > 0 and a.clone() == a and a.size in ((2, 2), (1, 4))
+def test_right_side_that_changes_the_target_during_the_walk(index, change, text):
+    a = kerova.double([[1, 2], [3, 4]])
+    row = Lying([0.0, 1.0], 2, action=lambda: change(a))  # whose first read runs change(a)
+    value = [row] if isinstance(index, slice) else row
+    if text is None:  # outcome chosen with the reliability fixes
+        loose(lambda: a.__setitem__(index, value), ValueError, RuntimeError, IndexError)
+        assert a.size == (1, 4) and a.clone() == a and len(str(a)) > 0
+    elif index == slice(None):  # the row is written, then found short of the slice's two
+        raises(lambda: a.__setitem__(index, value), ValueError, "length of slice does not match number of elements.")
+    else:
+        a[index] = value
+    assert text is None or str(a) == text
 
 
 @pytest.mark.parametrize("action, expected", [
@@ -193,8 +197,8 @@ NEITHER_ORDER = (BufferError, "input buffer strides describe neither C nor Fortr
     # exporters of other modules
     (kerova.double, (ctypes.c_double * 3)(1, 2, 3), (BufferError, incompatible("<d", "d"))),
     (kerova.double, np.zeros(3, dtype=">f8"), (BufferError, incompatible(">d", "d"))),
-    (kerova.double, np.zeros(3, dtype=[("x", "f8")]), (BufferError, None)),  # a structure
-    (kerova.double, np.broadcast_to(np.zeros(1), (3, 2)), (ValueError, None)),  # refused by numpy
+    (kerova.double, np.zeros(3, dtype=[("x", "f8")]), (BufferError, incompatible("T{d:x:}", "d"))),
+    (kerova.double, np.broadcast_to(np.zeros(1), (3, 2)), (ValueError, "ndarray is not contiguous")),  # numpy's
     # complex kinds read the part after the Z
     (lambda e: kerova.double(e, is_complex=True), Exporter(DOUBLES[:32], b"Zd", 16, 1), ((1, 2), "[[(1+2j),(3+4j)]]")),
     (lambda e: kerova.double(e, is_complex=True), Exporter(DOUBLES[:32], b"Z", 16, 1),
@@ -215,9 +219,9 @@ def test_empty_arrays_with_huge_dimensions():
     for a in (kerova.double(size=(HUGE, 0)), kerova.double().reshape(2**61, 2**61, 0)):
         assert len(a) in (HUGE, 2**61) and a.size[0] == 0 and a == a  # lengths in size are cut to 32 bits
         for action in (str, repr, pickle.dumps, lambda x: x.clone()):  # a list that long can't be made
-            raises(lambda: action(a), MemoryError)
+            raises(lambda: action(a), MemoryError, "")
         last = a[len(a) - 1]
-        raises(lambda: last[0] if len(a.size) == 2 else last[0][0], IndexError)
+        raises(lambda: last[0] if len(a.size) == 2 else last[0][0], IndexError, "index has an invalid value: 0")
     a = kerova.double(size=(HUGE, 0))
     assert a.reshape(0, HUGE) is a and str(a) == "[]" and a.clone().size == (0, 0)
 
@@ -231,12 +235,12 @@ def test_views_held_across_reshapes_fail_cleanly():
     a.reshape(8, 1)
     actions = (str, list, len, memoryview, pickle.dumps, lambda v: v.clone(), lambda v: v == v, lambda v: v[0],
                lambda v: v.__setitem__(0, [9]), lambda v: v.__setitem__(0, 9))
-    for view, action in itertools.product(views, actions):  # records that fit the new shape read it
-        with suppress(RuntimeError, IndexError, ValueError, TypeError):  # the others fail
-            action(view)
+    # Records that fit the new shape read it, the others fail: outcome chosen with the
+    # reliability fixes.
+    for view, action in itertools.product(views, actions):
+        loose(lambda: action(view), RuntimeError, IndexError, ValueError, TypeError)
     for walk in walks:
-        with suppress(RuntimeError, IndexError):
-            [str(item) for item in walk]
+        loose(lambda: [str(item) for item in walk], RuntimeError, IndexError)
     assert exported.tolist() == [[[1, 2], [3, 4]], [[5, 6], [7, 8]]]
     assert a.size == (8, 1) and a.reshape(2, 2, 2) is a and a.clone() == a and len(str(a)) == 29
     b = kerova.double([[1], [2], [3], [4], [5], [6]])
@@ -253,11 +257,6 @@ def test_reshape_during_iteration_and_while_exported():
         seen.append(str(row))
         a.reshape(3, 2)
     assert seen == ["[1.0,2.0,3.0]", "[4.0,3.0]", "[2.0,6.0]"]
-    with memoryview(a) as view:  # the view keeps the block and the geometry it was given
-        a.reshape(6, 1)
-        a[5][0] = 60.0
-        assert view.shape == (3, 2) and view.tolist() == [[1.0, 5.0], [4.0, 3.0], [2.0, 6.0]]
-    a[5][0] = 6.0
     unchanged(a.reshape(2, 3), "[[1.0,2.0,3.0],[4.0,5.0,6.0]]")
     kept = np.asarray(a)
     a[0:1].reshape(3, 2)  # a cursor with only a final slice reshapes the store

@@ -7,7 +7,6 @@ import multiprocessing
 import pickle
 import struct
 import sys
-import timeit
 
 import numpy as np
 import pytest
@@ -15,7 +14,7 @@ import pytest
 import kerova
 import kvexceptions
 import model
-from checks import raises
+from checks import raises, reshape_count
 from model import RESHAPE
 from support.consumer import (PyBUF_ANY_CONTIGUOUS, PyBUF_C_CONTIGUOUS, PyBUF_F_CONTIGUOUS, PyBUF_FORMAT,
                               PyBUF_FULL_RO, PyBUF_ND, PyBUF_SIMPLE, PyBUF_STRIDES, PyBUF_WRITABLE, buffer_of)
@@ -97,7 +96,8 @@ def test_attributes_are_read_only_and_the_odd_doc_string_stays():
     part = kerova.int8(size=(2, 3, 4))[1][::2]
     assert part.size == part._size == (2, 4)
     for name in ("size", "_size", "itemsize", "_real", "_imag", "_data", "_is_complex"):
-        raises(lambda: setattr(kerova.uint16([1]), name, 1), AttributeError)
+        raises(lambda: setattr(kerova.uint16([1]), name, 1), AttributeError,
+               f"attribute '{name}' of 'kerova.uint16' objects is not writable")
 
 
 def test_whole_store_rule():
@@ -127,9 +127,7 @@ def test_toarray_typecodes_and_failures(kind, typecode, capsys):
     ((), {}, (ValueError, RESHAPE)), ((6,), {}, (ValueError, RESHAPE)), (([6],), {}, (ValueError, RESHAPE)),
     ((2.0, 3), {}, (ValueError, RESHAPE)), ((-2, -3), {}, (ValueError, RESHAPE)),
     ((2**70, 0), {}, (ValueError, RESHAPE)),
-    ((2, 4), {"k": 1}, (kerova.ShapeError,  # before the keyword refusal
-                        "number of elements specified by arguments to reshape() (8) does not match current "
-                        "number (6).")),
+    ((2, 4), {"k": 1}, (kerova.ShapeError, reshape_count(8, 6))),  # before the keyword refusal
     ((3, 2), {"k": 1}, (ValueError, "reshape() does not accept keyword arguments.")),
 ], ids=str)
 def test_reshape_forms_keep_the_storage_order(args, kwargs, outcome):
@@ -144,20 +142,24 @@ def test_reshape_forms_keep_the_storage_order(args, kwargs, outcome):
     assert a.get_bytewise_strides() == tuple(2 * math.prod(size[:k]) for k in range(len(size)))
 
 
-def test_reshape_of_ten_million_elements_costs_about_a_copy():
-    a = kerova.double(np.arange(10**7, dtype=np.float64))
-    block = bytearray(8 * 10**7)
-    copy_time = min(timeit.repeat(lambda: block[:], number=1, repeat=3))
-    reshape_time = min(timeit.timeit(lambda s=s: a.reshape(*s), number=1)
-                       for s in [(10**4, 10**3), (10**3, 10**4), (1, 10**7)])
-    assert reshape_time < 4 * copy_time + 0.01 and np.asarray(a)[0, -1] == 10**7 - 1
+def test_reshape_leaves_views_taken_before_it_their_bytes_and_shape():
+    a = kerova.double([[1, 2, 3], [4, 5, 6]])
+    old = [[1.0, 2.0, 3.0], [4.0, 5.0, 6.0]]
+    views = [memoryview(a), np.asarray(a), memoryview(a[1])]
+    assert a.reshape(3, 2) is a and (a.size, a.get_bytewise_strides()) == ((3, 2), (8, 24))
+    a[0][0] = 10.0  # written to the array's memory, not to the views'
+    assert [list(row) for row in a] == np.asarray(a).tolist() == [[10.0, 5.0], [4.0, 3.0], [2.0, 6.0]]
+    assert [(v.shape, v.tolist()) for v in views] == [((2, 3), old), ((2, 3), old), ((1, 3), [old[1]])]
 
 
 def test_reduce_gives_python_scalars_without_surplus_references():
     assert type(kerova.logical([True]).__reduce__()[1][1][0][0]) is bool
     _, args = kerova.uint32([[1, 2]]).__reduce__()
-    keywords, elements = args
-    assert (sys.getrefcount(args), sys.getrefcount(keywords), sys.getrefcount(elements)) == (2, 3, 3)
+    _, twin = (kerova.uint32, ({}, [[1, 2]]))  # the same made by Python
+
+    def counts(t):
+        return [sys.getrefcount(x) for x in (t, *t, *t[1])]
+    assert args == twin and counts(args) == counts(twin)
 
 
 @pytest.mark.parametrize("build, keywords, elements, size", [

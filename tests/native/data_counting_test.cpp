@@ -113,6 +113,30 @@ TEST(CountedBuffer, OnlyBlocksWithAnOrderAreGathered) {
     }
 }
 
+// The steps of reshape() on the store's array: the handle moved into a typed one, its
+// block released and adopted under the new dimensions. A unique handle hands the block
+// over; only a shared one costs a copy, and the other reader keeps its elements.
+TEST(CountedReshape, AUniqueArrayGivesUpItsBlockWithoutACopy) {
+    ArrayFactory factory;
+    const std::vector<double> iota{0, 1, 2, 3, 4, 5};
+    for (const bool shared : {false, true}) {
+        Array array = factory.createArrayFromBuffer<double>({2, 3}, iotaBuffer<double>(factory, 6));
+        const TypedArray<double> other = shared ? array : factory.createArray<double>({0, 0});
+        const double* const block = TypedArray<double>(array).cbegin().pointer();
+        counting::Counters before = counters();
+        TypedArray<double> typed(std::move(array));
+        const TypedArray<double> reshaped = factory.createArrayFromBuffer<double>({3, 2}, typed.releaseBuffer());
+        EXPECT_EQ(counters().calls[fn::array_release_buffer] - before.calls[fn::array_release_buffer], 1);
+        EXPECT_EQ(counters().copiedReleases - before.copiedReleases, shared ? 1 : 0) << shared;
+        for (const int copying : {fn::array_unshare, fn::array_factory_create_buffer}) {
+            EXPECT_EQ(counters().calls[copying], before.calls[copying]) << copying;
+        }
+        EXPECT_EQ(reshaped.cbegin().pointer() == block, !shared) << shared;
+        EXPECT_EQ(std::vector<double>(reshaped.cbegin(), reshaped.cend()), iota);
+        EXPECT_EQ(std::vector<double>(other.cbegin(), other.cend()), shared ? iota : std::vector<double>{});
+    }
+}
+
 // Both sides of every threshold. The counting provider answers none of these numbers:
 // it hides 110.
 TEST(ReleaseGate, NamesTheReleaseOfTheNumber) {

@@ -60,7 +60,7 @@ const ErrorCase kErrorCases[] = {
     {47, "Field name is not a valid KEROVA identifier."},
     {51, "Cannot assign a container array to an element of an array created for optimization "},
     // Codes without a class of their own: the gaps, the ends of the range, and below it.
-    {4, kSystem, 20}, {48, kSystem, 20}, {50, kSystem, 20}, {52, kSystem, 20}, {-1, kSystem, 20},
+    {4, kSystem, 20}, {48, kSystem, 20}, {49, kSystem, 20}, {50, kSystem, 20}, {52, kSystem, 20}, {-1, kSystem, 20},
 };
 
 TEST(ThrowIfError, RaisesTheClassAndMessageOfEachCode) {

@@ -60,6 +60,19 @@ IteratorImpl* cloneIterator(IteratorImpl* iterator) {
     return real<fn::iterator_clone>()(iterator);
 }
 
+// The two operations that copy an array's elements: on a shared handle, or (unshare) to
+// make a handle its writer's own.
+int releaseBuffer(ArrayImpl* array, bool unique, void** data, buffer_deleter_t* deleter) {
+    ++counters().calls[fn::array_release_buffer];
+    counters().copiedReleases += unique ? 0 : 1;
+    return real<fn::array_release_buffer>()(array, unique, data, deleter);
+}
+
+bool unshareArray(ArrayImpl* array, bool unique, ArrayImpl** out) {
+    ++counters().calls[fn::array_unshare];
+    return real<fn::array_unshare>()(array, unique, out);
+}
+
 }  // namespace
 
 Counters& counters() {
@@ -89,6 +102,10 @@ extern "C" void* get_function_ptr(int functionNumber) {
             return reinterpret_cast<void*>(&countedDestroy<fn::reference_destroy, ReferenceImpl>);
         case fn::iterator_clone:
             return reinterpret_cast<void*>(&cloneIterator);
+        case fn::array_release_buffer:
+            return reinterpret_cast<void*>(&releaseBuffer);
+        case fn::array_unshare:
+            return reinterpret_cast<void*>(&unshareArray);
         default:
             return kerova_provider_lookup(functionNumber);
     }
