@@ -14,6 +14,7 @@
 #include <complex>
 #include <cstdio>
 #include <type_traits>
+#include <vector>
 
 #include <boost/container/small_vector.hpp>
 
@@ -102,7 +103,20 @@ enum class Outcome { EQUAL, UNEQUAL, NO_RESULT };
 
 // The parallel walk; `scalarsEqual(a, b)` gives 1, 0, or -1 with a Python error set.
 template <typename ScalarsEqual>
+Outcome walkItemsEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual);
+
+template <typename ScalarsEqual>
 Outcome walksEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
+    // One native frame per dimension: Python's recursion limit bounds the depth, as it
+    // bounds == of nested lists.
+    if (Py_EnterRecursiveCall(" in comparison") != 0) return Outcome::NO_RESULT;
+    const Outcome outcome = walkItemsEqual(a, b, scalarsEqual);
+    Py_LeaveRecursiveCall();
+    return outcome;
+}
+
+template <typename ScalarsEqual>
+Outcome walkItemsEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
     Item x;
     Item y;
     nextItem(a, x);
@@ -113,6 +127,7 @@ Outcome walksEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
     for (;;) {
         if (x.kind == Item::SUB_ARRAY && y.kind == Item::SUB_ARRAY) {
             const Outcome inner = walksEqual(x.child, y.child, scalarsEqual);
+            if (inner == Outcome::NO_RESULT && PyErr_ExceptionMatches(PyExc_RecursionError)) return inner;
             if (inner == Outcome::NO_RESULT) PyErr_Clear();  // counted as a difference
             if (inner != Outcome::EQUAL) return Outcome::UNEQUAL;
         } else if (x.kind == Item::SUB_ARRAY || y.kind == Item::SUB_ARRAY) {
@@ -252,19 +267,36 @@ struct Level {
     int64_t strideB;
 };
 
+// Every pair of elements of the two boxes equal; levels[0] is the innermost level. The
+// position is kept in an odometer over the outer levels, so any number of levels can be
+// compared without a native frame per level.
 template <typename Ta, typename Tb>
-bool levelsEqual(const char* pa, const char* pb, const Level* levels, size_t k) {
-    const Level& level = levels[k];
-    if (k == 0) {
-        for (int64_t i = 0; i < level.length; ++i, pa += level.strideA, pb += level.strideB) {
-            if (!elementsEqual<Ta, Tb>(pa, pb)) return false;
+bool levelsEqual(const char* pa, const char* pb, const Level* levels, size_t top) {
+    for (size_t k = 0; k <= top; ++k) {
+        if (levels[k].length == 0) return true;
+    }
+    std::vector<int64_t> index(top + 1, 0);
+    int64_t offsetA = 0;
+    int64_t offsetB = 0;
+    for (;;) {
+        const char* a = pa + offsetA;
+        const char* b = pb + offsetB;
+        for (int64_t i = 0; i < levels[0].length; ++i, a += levels[0].strideA, b += levels[0].strideB) {
+            if (!elementsEqual<Ta, Tb>(a, b)) return false;
         }
-        return true;
+        size_t k = 1;
+        for (; k <= top; ++k) {
+            if (++index[k] < levels[k].length) {
+                offsetA += levels[k].strideA;
+                offsetB += levels[k].strideB;
+                break;
+            }
+            offsetA -= levels[k].strideA * (levels[k].length - 1);
+            offsetB -= levels[k].strideB * (levels[k].length - 1);
+            index[k] = 0;
+        }
+        if (k > top) return true;
     }
-    for (int64_t i = 0; i < level.length; ++i, pa += level.strideA, pb += level.strideB) {
-        if (!levelsEqual<Ta, Tb>(pa, pb, levels, k - 1)) return false;
-    }
-    return true;
 }
 
 template <typename Ta, typename Tb>

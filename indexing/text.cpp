@@ -118,42 +118,57 @@ private:
     bool m_keepBlanks;
 };
 
-// One level of the walk, as listLevel of the nested lists.
+// The levels from `depth` on, whole, at the coordinates in front of them, in the order
+// and with the checks of the nested lists. The walk keeps its position in an odometer of
+// coordinates, not in native frames, so any number of dimensions can be written.
 template <typename T>
-bool writeLevel(const MDArrayWrapper& store, std::vector<int64_t>& coordinates, size_t depth, ListText& text) {
-    if (depth >= store.m_shape.size()) {
+bool writeLevel(const MDArrayWrapper& store, const std::vector<int64_t>& prefix, size_t depth, ListText& text) {
+    const std::vector<int64_t>& shape = store.m_shape;
+    const size_t n = shape.size();
+    if (depth >= n) {
         text.open();
         text.close();
         return true;
     }
-    const int64_t length = store.m_shape[depth];
-    if (!listFits(length)) return false;
+    // Every entry of a level has the same length, so the first path down meets every
+    // length that the walk will meet.
+    for (size_t d = depth; d < n; ++d) {
+        if (!listFits(shape[d])) return false;
+        if (shape[d] == 0) break;
+    }
+    std::vector<int64_t> coordinates(prefix);  // the `depth` coordinates in front
+    coordinates.resize(n, 0);
+    size_t level = depth;
     text.open();
-    if (length > 0) {
-        const size_t position = coordinates.size();
-        if (position >= store.m_shape.size()) return failText();
-        if (depth + 1 == static_cast<size_t>(store.m_nDim)) {
+    for (;;) {
+        if (shape[level] > 0 && level + 1 < n) {  // into the first entry of the next level
+            coordinates[++level] = 0;
+            text.open();
+            continue;
+        }
+        if (shape[level] > 0) {  // the last level: the elements of one row
             if (!store.m_buf) return failText();
-            const char* element = store.elementPointerUnchecked(coordinates.data(), position);
-            const int64_t stride = store.m_bytewiseStrides[position];
-            for (int64_t i = 0; i < length; ++i, element += stride) {
+            const char* element = store.elementPointerUnchecked(coordinates.data(), level);
+            const int64_t stride = store.m_bytewiseStrides[level];
+            for (int64_t i = 0; i < shape[level]; ++i, element += stride) {
                 // Ahead along a row of a column-major store, one column per element.
                 prefetchAt(element, 8 * stride);
                 if (i > 0) text.separator();
                 if (!text.element<T>(element)) return failText();
             }
-        } else {
-            for (int64_t i = 0; i < length; ++i) {
-                if (i > 0) text.separator();
-                coordinates.push_back(i);
-                const bool written = writeLevel<T>(store, coordinates, depth + 1, text);
-                coordinates.pop_back();
-                if (!written) return failText();
-            }
         }
+        // This level is written: close it and move on to the next entry of a level above.
+        text.close();
+        for (;;) {
+            if (level == depth) return true;
+            --level;
+            if (++coordinates[level] < shape[level]) break;
+            text.close();
+        }
+        text.separator();
+        coordinates[++level] = 0;
+        text.open();
     }
-    text.close();
-    return true;
 }
 
 // The nested list's text, as cursorToList walks it; false with the error set.

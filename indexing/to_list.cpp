@@ -17,28 +17,32 @@ namespace kerova {
 
 namespace {
 
+bool failFill() {
+    failListItem();
+    return false;
+}
+
 const char* addressOf(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates) {
     return store.elementPointerUnchecked(coordinates.data(), coordinates.size());
 }
 
-// The last two levels: `result` (of `rows` entries) is filled with the rows, each a list
-// of scalars. The elements are visited in tiles of consecutive rows, column by column:
-// in a column-major store the rows of one column lie side by side, so the walk runs
-// along memory instead of jumping a whole column for every element.
+// The last two levels, at `position` under the coordinates in front: `result` (of `rows`
+// entries) is filled with the rows, each a list of scalars. The elements are visited in
+// tiles of consecutive rows, column by column: in a column-major store the rows of one
+// column lie side by side, so the walk runs along memory instead of jumping a whole
+// column for every element.
 template <typename T>
-PyObject* listOfRows(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates, PyRef& result,
-                     int64_t rows) {
-    const size_t position = coordinates.size();
-    if (position + 1 >= store.m_shape.size()) return failListItem();
+bool fillRows(const MDArrayWrapper& store, const int64_t* coordinates, size_t position, PyObject* result,
+              int64_t rows) {
     const int64_t columns = store.m_shape[position + 1];
     for (int64_t i = 0; i < rows; ++i) {
         PyObject* row = PyList_New(static_cast<Py_ssize_t>(columns));
-        if (!row) return failListItem();
-        PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), row);
+        if (!row) return failFill();
+        PyList_SET_ITEM(result, static_cast<Py_ssize_t>(i), row);
     }
-    if (columns == 0) return result.release();
-    if (!store.m_buf) return failListItem();
-    const char* base = addressOf(store, coordinates);
+    if (columns == 0) return true;
+    if (!store.m_buf) return failFill();
+    const char* base = store.elementPointerUnchecked(coordinates, position);
     const int64_t rowStride = store.m_bytewiseStrides[position];
     const int64_t columnStride = store.m_bytewiseStrides[position + 1];
     constexpr int64_t kTile = 16;
@@ -48,44 +52,71 @@ PyObject* listOfRows(const MDArrayWrapper& store, const std::vector<int64_t>& co
             const char* element = base + first * rowStride + j * columnStride;
             for (int64_t i = first; i < end; ++i, element += rowStride) {
                 PyObject* item = elementToPython<T>(element);
-                if (!item) return failListItem();  // unfilled entries are null, which a list may hold
-                PyList_SET_ITEM(PyList_GET_ITEM(result.get(), i), static_cast<Py_ssize_t>(j), item);
+                if (!item) return failFill();  // unfilled entries are null, which a list may hold
+                PyList_SET_ITEM(PyList_GET_ITEM(result, i), static_cast<Py_ssize_t>(j), item);
             }
         }
     }
-    return result.release();
+    return true;
 }
 
-// One level of the walk; the coordinates in front of it are in range.
+// The last level: one row of scalars.
 template <typename T>
-PyObject* listLevel(const MDArrayWrapper& store, std::vector<int64_t>& coordinates, size_t depth) {
-    if (depth >= store.m_shape.size()) return PyList_New(0);
-    const int64_t length = store.m_shape[depth];
-    PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(length)));
-    if (!result || length == 0) return result.release();
-    const size_t position = coordinates.size();  // where this level's index goes
-    if (position >= store.m_shape.size()) return failListItem();
+bool fillRow(const MDArrayWrapper& store, const int64_t* coordinates, size_t position, PyObject* result,
+             int64_t length) {
+    if (!store.m_buf) return failFill();
+    const char* element = store.elementPointerUnchecked(coordinates, position);
+    const int64_t stride = store.m_bytewiseStrides[position];
+    for (int64_t i = 0; i < length; ++i, element += stride) {
+        PyObject* item = elementToPython<T>(element);
+        if (!item) return failFill();
+        PyList_SET_ITEM(result, static_cast<Py_ssize_t>(i), item);
+    }
+    return true;
+}
 
-    if (depth + 1 == static_cast<size_t>(store.m_nDim)) {
-        if (!store.m_buf) return failListItem();
-        const char* element = addressOf(store, coordinates);
-        const int64_t stride = store.m_bytewiseStrides[position];
-        for (int64_t i = 0; i < length; ++i, element += stride) {
-            PyObject* item = elementToPython<T>(element);
-            if (!item) return failListItem();
-            PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), item);
+// The levels from `depth` on, whole, at the coordinates in front of them (`prefix`, of
+// `depth` entries). The lists under construction are kept on a stack, one per level,
+// and the position in an odometer of coordinates: no native frame per dimension, so
+// any number of dimensions can be walked.
+template <typename T>
+PyObject* listLevel(const MDArrayWrapper& store, const std::vector<int64_t>& prefix, size_t depth) {
+    const std::vector<int64_t>& shape = store.m_shape;
+    const size_t n = shape.size();
+    if (depth >= n) return PyList_New(0);
+    std::vector<int64_t> coordinates(prefix);
+    coordinates.resize(n, 0);
+    std::vector<PyRef> open;  // open[k]: the list of level depth + k
+    const auto openLevel = [&](size_t level) {
+        coordinates[level] = 0;
+        open.push_back(PyRef::steal(PyList_New(static_cast<Py_ssize_t>(shape[level]))));
+        return static_cast<bool>(open.back());
+    };
+    if (!openLevel(depth)) return nullptr;
+    size_t level = depth;
+    for (;;) {
+        PyObject* current = open.back().get();
+        if (shape[level] > 0) {
+            if (level + 2 < n) {  // into the first entry of the next level
+                if (!openLevel(++level)) return failListItem();
+                continue;
+            }
+            const bool filled = level + 2 == n ? fillRows<T>(store, coordinates.data(), level, current, shape[level])
+                                               : fillRow<T>(store, coordinates.data(), level, current, shape[level]);
+            if (!filled) return nullptr;
         }
-        return result.release();
+        // This level's list is complete: it goes into its place in the level above, and
+        // the walk moves on to that level's next entry.
+        for (;;) {
+            if (level == depth) return open.back().release();
+            PyObject* done = open.back().release();
+            open.pop_back();
+            --level;
+            PyList_SET_ITEM(open.back().get(), static_cast<Py_ssize_t>(coordinates[level]), done);
+            if (++coordinates[level] < shape[level]) break;
+        }
+        if (!openLevel(++level)) return failListItem();
     }
-    if (depth + 2 == static_cast<size_t>(store.m_nDim)) return listOfRows<T>(store, coordinates, result, length);
-    for (int64_t i = 0; i < length; ++i) {
-        coordinates.push_back(i);
-        PyObject* item = listLevel<T>(store, coordinates, depth + 1);
-        coordinates.pop_back();
-        if (!item) return failListItem();
-        PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), item);
-    }
-    return result.release();
 }
 
 }  // namespace

@@ -6,7 +6,9 @@ import ctypes
 import gc
 import itertools
 import pickle
+import resource
 import struct
+import subprocess
 import sys
 
 import numpy as np
@@ -280,3 +282,30 @@ def test_parents_gone_during_iteration():
     gc.collect()
     assert [str(r) for r in walks[0]] == ["[(1+0j),(2+0j)]", "[(3+0j),(4+0j)]"]
     assert list(walks[1]) == [1, 2] and list(walks[2]) == [4, 3]
+
+
+DEEP = """
+import copy, pickle, kerova
+a, b = kerova.double(size=[1] * 200000 + [2]), kerova.double(size=[1] * 200000 + [2])
+for action in (str, repr, lambda a: a == b, lambda a: a == a.reshape(*a.size), kerova.double.clone,
+               pickle.dumps, copy.deepcopy, lambda a: memoryview(a[0]), lambda a: list(a)):
+    try:
+        action(a)
+    except (RecursionError, RuntimeError) as error:
+        print(type(error).__name__, error)
+print(len(str(a)), a == b)
+"""
+
+
+def test_many_dimensions_give_results_or_python_errors_within_a_small_stack():
+    """The walks keep their place in the heap: 200,001 dimensions under an 8 MiB stack."""
+    limit = lambda: resource.setrlimit(resource.RLIMIT_STACK, (8 << 20, 8 << 20))  # noqa: E731
+    run = subprocess.run([sys.executable, "-c", DEEP], capture_output=True, text=True, preexec_fn=limit, timeout=300)
+    assert run.returncode == 0, run.stderr[-2000:]
+    assert run.stdout.splitlines() == [
+        "RecursionError maximum recursion depth exceeded while reading a nested sequence",
+        "RecursionError maximum recursion depth exceeded while pickling an object",
+        "RecursionError maximum recursion depth exceeded while calling a Python object",
+        "RuntimeError null data pointer.",
+        "400009 True",
+    ]
