@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "core/barrier.h"
 #include "core/py_ref.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
@@ -158,7 +159,7 @@ PyTypeObject KVPyIter_Type = [] {
     type.tp_flags = Py_TPFLAGS_DEFAULT;
     type.tp_doc = "Internal iterator object";
     type.tp_iter = PyObject_SelfIter;
-    type.tp_iternext = iterNext;
+    type.tp_iternext = guarded<iterNext>;
     return type;
 }();
 

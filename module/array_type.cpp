@@ -1,8 +1,10 @@
 // The eleven array type objects, stamped from the element-kind table, and the slots
-// that live directly in them: allocation, deallocation, length.
+// that live directly in them: allocation, deallocation, length. Every slot that can fail
+// is reached through the barrier.
 #include <Python.h>
 
 #include "construction/constructor.h"
+#include "core/barrier.h"
 #include "core/cursor.h"
 #include "indexing/index_ops.h"
 #include "module/array_types.h"
@@ -40,35 +42,36 @@ Py_ssize_t arrayLength(PyObject* self) {
 
 namespace {
 
-PyBufferProcs g_arrayBufferProcs = {arrayGetBuffer, arrayReleaseBuffer};
+PyBufferProcs g_arrayBufferProcs = {guarded<arrayGetBuffer>, arrayReleaseBuffer};
 
 // One type object and its protocol tables per kind.
 template <SupportedArrayEnum K>
 struct ArrayTypeObject {
     static inline PySequenceMethods sequence = [] {
         PySequenceMethods methods{};
-        methods.sq_length = arrayLength;
-        methods.sq_item = readByInteger<K>;
+        methods.sq_length = guarded<arrayLength>;
+        methods.sq_item = guarded<readByInteger<K>>;
         return methods;
     }();
-    static inline PyMappingMethods mapping = {arrayLength, readByIndexObject<K>, assignByIndexObject<K>};
+    static inline PyMappingMethods mapping = {guarded<arrayLength>, guarded<readByIndexObject<K>>,
+                                              guarded<assignByIndexObject<K>>};
     static inline PyTypeObject type = [] {
         PyTypeObject t{};
         Py_SET_REFCNT(reinterpret_cast<PyObject*>(&t), 1);  // a static type owns one reference
         t.tp_basicsize = sizeof(ArrayObject);
         t.tp_itemsize = 0;
         t.tp_dealloc = arrayDealloc;
-        t.tp_repr = arrayRepr<K>;
+        t.tp_repr = guarded<arrayRepr<K>>;
         t.tp_as_sequence = &sequence;
         t.tp_as_mapping = &mapping;
-        t.tp_str = arrayStr<K>;
+        t.tp_str = guarded<arrayStr<K>>;
         t.tp_as_buffer = &g_arrayBufferProcs;
         t.tp_flags = Py_TPFLAGS_DEFAULT;
-        t.tp_richcompare = arrayRichCompare<K>;
-        t.tp_iter = arrayIter;
+        t.tp_richcompare = guarded<arrayRichCompare<K>>;
+        t.tp_iter = guarded<arrayIter>;
         t.tp_methods = g_arrayMethods;
         t.tp_getset = g_arrayGetSet;
-        t.tp_new = newArray<K>;
+        t.tp_new = guarded<newArray<K>>;
         return t;
     }();
 };

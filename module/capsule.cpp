@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "core/barrier.h"
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "data_array/data_array.h"
@@ -165,8 +166,8 @@ void destroyObject(PyObject* object) {
 bool checkBuffer(PyObject* object) { return object != nullptr && PyObject_CheckBuffer(object) != 0; }
 
 void* g_capiTable[5] = {
-    reinterpret_cast<void*>(&wrapArray),       reinterpret_cast<void*>(&unwrapArray),
-    reinterpret_cast<void*>(&arrayFromBuffer), reinterpret_cast<void*>(&destroyObject),
+    reinterpret_cast<void*>(guarded<wrapArray>),       reinterpret_cast<void*>(guarded<unwrapArray>),
+    reinterpret_cast<void*>(guarded<arrayFromBuffer>), reinterpret_cast<void*>(&destroyObject),
     reinterpret_cast<void*>(&checkBuffer),
 };
 

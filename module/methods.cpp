@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <variant>
 
+#include "core/barrier.h"
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "core/reshape.h"
@@ -223,33 +224,33 @@ PyObject* getData(PyObject* self, void*) { return flattened(self, FlattenMode::A
 }  // namespace
 
 PyMethodDef g_arrayMethods[] = {
-    {"reshape", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(arrayReshape)),
+    {"reshape", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(guarded<arrayReshape>)),
      METH_VARARGS | METH_KEYWORDS,
      "reshape changes the dimensions of an N-dimensional array while preserving the values"},
-    {"buffer_info", methodBufferInfo, METH_NOARGS,
+    {"buffer_info", guarded<methodBufferInfo>, METH_NOARGS,
      "buffer_info returns a two-element tuple containing the address of the buffer and the number of elements"},
-    {"get_bytewise_strides", methodBytewiseStrides, METH_NOARGS,
+    {"get_bytewise_strides", guarded<methodBytewiseStrides>, METH_NOARGS,
      "get_bytewise_strides returns a tuple containing the bytewise strides"},
-    {"clone", methodClone, METH_NOARGS, "clone returns an independent copy of the input object"},
-    {"real", methodReal, METH_NOARGS, "real returns the real part of the input object as a 1-by-N array"},
-    {"imag", methodImag, METH_NOARGS, "imag returns the imaginary part of the input object as a 1-by-N array"},
-    {"noncomplex", methodNoncomplex, METH_NOARGS,
+    {"clone", guarded<methodClone>, METH_NOARGS, "clone returns an independent copy of the input object"},
+    {"real", guarded<methodReal>, METH_NOARGS, "real returns the real part of the input object as a 1-by-N array"},
+    {"imag", guarded<methodImag>, METH_NOARGS, "imag returns the imaginary part of the input object as a 1-by-N array"},
+    {"noncomplex", guarded<methodNoncomplex>, METH_NOARGS,
      "noncomplex returns the the input object (which must be noncomplex) as a 1-by-N array"},
-    {"toarray", methodToArray, METH_NOARGS, "toarray returns an array.array initialized from the input object"},
-    {"tomemoryview", methodToMemoryView, METH_NOARGS,
+    {"toarray", guarded<methodToArray>, METH_NOARGS, "toarray returns an array.array initialized from the input object"},
+    {"tomemoryview", guarded<methodToMemoryView>, METH_NOARGS,
      "tomemoryview returns a memoryview initialized from the input object"},
-    {"__reduce__", arrayReduce, METH_NOARGS, "__reduce__ pickles the input object"},
+    {"__reduce__", guarded<arrayReduce>, METH_NOARGS, "__reduce__ pickles the input object"},
     {nullptr, nullptr, 0, nullptr},
 };
 
 PyGetSetDef g_arrayGetSet[] = {
-    {"size", getSize, nullptr, "dimensions", nullptr},
-    {"_size", getSize, nullptr, "dimensions", nullptr},
-    {"itemsize", getItemSize, nullptr, "size of an element in bytes", nullptr},
-    {"_real", getReal, nullptr, "real part of elements; equivalent to real()", nullptr},
-    {"_imag", getImag, nullptr, "imaginary part of elements; equivalent to imag()", nullptr},
-    {"_data", getData, nullptr, "elements in storage order; equivalent to noncomplex()", nullptr},
-    {"_is_complex", getIsComplex, nullptr, "whether array is complex", nullptr},
+    {"size", guarded<getSize>, nullptr, "dimensions", nullptr},
+    {"_size", guarded<getSize>, nullptr, "dimensions", nullptr},
+    {"itemsize", guarded<getItemSize>, nullptr, "size of an element in bytes", nullptr},
+    {"_real", guarded<getReal>, nullptr, "real part of elements; equivalent to real()", nullptr},
+    {"_imag", guarded<getImag>, nullptr, "imaginary part of elements; equivalent to imag()", nullptr},
+    {"_data", guarded<getData>, nullptr, "elements in storage order; equivalent to noncomplex()", nullptr},
+    {"_is_complex", guarded<getIsComplex>, nullptr, "whether array is complex", nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
