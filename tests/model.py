@@ -1,12 +1,16 @@
-"""A pure-Python model of the arrays: a store (kind, complex flag, shape, column-major elements) and
-views holding a cursor's records, integers and at most one final slice. Each operation returns or
-raises what the extension does, with the same text: reads normalise against the final slice, writes
-against the whole dimension, and a failed assignment keeps what it wrote. Views made before a
-reshape are not modelled; the tests drop them."""
+"""A pure-Python model of the arrays, written from their documented behaviour: a store (kind,
+complex flag, shape, column-major elements) and views holding a cursor's records, integers and at
+most one final slice. Each operation returns or raises what the extension does, with the same
+text: reads normalise against the final slice, writes against the whole dimension, and a failed
+assignment keeps what it wrote. A complex element is the pair of its exact parts. A view made
+before a reshape reads its records against the new shape; where they no longer fit it, nothing
+is promised, and `fits()` says so."""
 
+import array
 import itertools
 import math
 import struct
+from functools import partialmethod
 from math import prod
 
 from kerova import ShapeError, SizeError
@@ -68,25 +72,25 @@ def from_int(kind, v):
 
 
 def part(kind, v):
-    """A double as one part of a complex element."""
-    if kind in ("double", "single") or math.isnan(v):
-        return v if kind == "double" else single(v) if kind == "single" else 0.0
+    """A double as one part of a complex element: a float, or an int for the integer kinds."""
+    if kind in ("double", "single"):
+        return v if kind == "double" else single(v)
+    if math.isnan(v):
+        return 0
     lo, hi = RANGES[kind]
     if not float(lo - 1) < v < float(hi + 1):
         raise out_of_range(v, kind)
-    return float(int(v))
+    return int(v)
 
 
 def convert(kind, is_complex, x, allow_float):
-    """The element that `x` becomes, as reading it gives it back."""
+    """The element that `x` becomes: a scalar, or for a complex array the pair of its parts."""
     if is_complex:  # lax: complex, float and int convert, anything else is 0
         if isinstance(x, complex):
-            return complex(part(kind, x.real), part(kind, x.imag))
-        if isinstance(x, float):
-            return complex(part(kind, x), 0.0)
-        if isinstance(x, int):
-            return complex(from_int(kind, int(x)), 0.0)
-        return 0j
+            return part(kind, x.real), part(kind, x.imag)
+        if isinstance(x, (float, int)):
+            return (part(kind, x) if isinstance(x, float) else from_int(kind, int(x))), part(kind, 0.0)
+        return part(kind, 0.0), part(kind, 0.0)
     if kind in ("double", "single") and isinstance(x, float):
         return x if kind == "double" else single(x)
     if isinstance(x, int):
@@ -246,13 +250,14 @@ class Store:
         return sum(c * prod(self.shape[:k]) for k, c in enumerate(coords))
 
     def at(self, coords):
-        return self.data[self.linear(coords)]
+        """The element at `coords` as a read gives it: a complex from its two parts."""
+        x = self.data[self.linear(coords)]
+        return complex(*x) if self.is_complex else x
 
     def write(self, coords, value):
+        """A write beyond the elements (an empty store's) does nothing."""
         linear = self.linear(coords)
-        if linear < 0:  # a slice of a slice can step below the start of the dimension
-            raise RuntimeError("unable to set value.")
-        if linear < len(self.data):  # beyond the elements the write is skipped
+        if linear < len(self.data):
             self.data[linear] = value
 
 
@@ -287,21 +292,51 @@ def compose(outer, inner):
     return (start, length * step + start, step, length)
 
 
+def odometer(ints, final, shape):
+    """The positions that a region assignment writes: an odometer over the box of the integer
+    records, the slice and the whole of each later dimension, the last dimension moving first.
+    It starts from the start of each record and yields that position before it looks at any
+    bound; it stops where a dimension can't move and the one in front is held by an integer
+    record, or where a coordinate stands outside its bounds."""
+    bounds = [(i, i + 1, 0) for i in ints] + [final[:3]] + [(0, d, 1) for d in shape[len(ints) + 1:]]
+    coords = [lo for lo, _, _ in bounds]
+    while True:
+        yield list(coords)
+        for d in reversed(range(len(bounds))):
+            (lo, hi, step), c = bounds[d], coords[d]
+            if (c > lo or c <= hi) if step < 0 else (c < lo or c >= hi):
+                return
+            if step and (c + step > hi if step < 0 else c + step < hi):
+                coords[d:] = [c + step] + [b[0] for b in bounds[d + 1:]]
+                break
+            if d == 0 or step == 0:
+                return
+
+
+FORMATS = dict(zip(KINDS, "dfbBhHiIqQ?"))
+
+
 class View:
     """An array object: a store and the records of the sub-array it stands for."""
 
     def __init__(self, store, ints=(), final=None):
         self.store, self.ints, self.final, self.cache = store, list(ints), final, None
 
-    def length(self):
-        return self.final[3] if self.final is not None else self.store.shape[len(self.ints)]
+    def axes(self):
+        """The coordinates that the records select in each dimension of the store as it is now;
+        the integer records stand first, one coordinate each."""
+        shape, n = self.store.shape, len(self.ints)
+        first = walk(self.final) if self.final else range(shape[n])
+        return [[i] for i in self.ints] + [list(first)] + [range(d) for d in shape[n + 1:]]
+
+    def fits(self):
+        """Whether the records still select a sub-array of the store: a reshape since they were
+        made can leave them outside it, and then nothing is promised of this view."""
+        shape, n = self.store.shape, len(self.ints)
+        return n < len(shape) and all(0 <= c < d for axis, d in zip(self.axes(), shape) for c in axis)
 
     def size(self):
-        rest = tuple(self.store.shape[len(self.ints):])
-        return (self.final[3],) + rest[1:] if self.final is not None else rest
-
-    def records(self):
-        return [("i", i) for i in self.ints] + ([("s",) + self.final] if self.final else [])
+        return tuple(len(axis) for axis in self.axes()[len(self.ints):])
 
     def pick(self, index, length):
         """The position in the dimension of an integer index wrapped against `length`."""
@@ -318,13 +353,13 @@ class View:
     def read(self, index):
         st, n = self.store, len(self.ints)
         if isinstance(index, int):
-            i = self.pick(index, self.length())
+            i = self.pick(index, self.size()[0])
             if n == len(st.shape) - 1:
                 return st.at(self.ints + [i])
             return View(st, self.ints + [i])
         if type(index) is not slice:
             raise RuntimeError("index is not an integer or slice.")
-        s = from_python(index, self.length())
+        s = from_python(index, self.size()[0])
         return View(st, self.ints, compose(self.final, s) if self.final else s)
 
     def assign(self, index, value):
@@ -361,24 +396,18 @@ class View:
             raise ValueError("slice is nonempty but values are empty.")
         if s[3] == 0:
             raise ValueError("slice is empty, but number of elements assigned is greater than zero.")
-        # An odometer over the region's box, last dimension fastest, from the start of each record;
-        # it stops where it would carry into an empty dimension. Writing stops when either runs out.
         r = compose(self.final, s) if self.final else s
-        rest = st.shape[n + 1:]
-        axes = [[i] for i in self.ints] + [walk(r)] + [range(k) for k in rest]
-        empty = max((d for d, axis in enumerate(axes) if not axis), default=-1)
-        starts = self.ints + [r[0]] + [0] * len(rest)
-        slots = list(itertools.product(*([c] for c in starts[:empty + 1]), *axes[empty + 1:]))
-        for coords, element in zip(slots, scan.elements):
-            st.write(list(coords), element)
-        if len(slots) != count:
+        visited = list(itertools.islice(odometer(self.ints, r, st.shape), count + 1))
+        for coords, element in zip(visited, scan.elements):
+            st.write(coords, element)
+        if len(visited) != count:  # the writes stay
             raise ValueError("length of slice does not match number of elements.")
 
     def items(self):
         """What iterating the view yields: partial arrays, or scalars on the last dimension."""
-        st = self.store
-        positions = walk(self.final) if self.final else range(st.shape[len(self.ints)])
-        if len(st.shape) - len(self.ints) > 1:
+        st, n = self.store, len(self.ints)
+        positions = self.axes()[n]
+        if len(st.shape) - n > 1:
             return [View(st, self.ints + [p]) for p in positions]
         return [st.at(self.ints + [p]) for p in positions]
 
@@ -399,7 +428,8 @@ class View:
         return self
 
     def materialize(self):
-        """What the view stands for, as dimensions and column-major data; cached for good."""
+        """What the view stands for as dimensions and column-major data, rebuilt from its nested
+        list; made once and kept, through later writes and reshapes."""
         if self.cache is None:
             st = self.store
             scan = Scan(st.kind, st.is_complex, False, to_list(self))
@@ -413,12 +443,48 @@ class View:
         dims, data = self.materialize()
         return View(Store(self.store.kind, self.store.is_complex, dims, data))
 
-    def exported(self):
-        """memoryview(a).tolist(): the store as it is, or a partial array's snapshot."""
-        dims, data = self.materialize() if self.records() else (self.store.shape, self.store.data)
-        return nested(Store(self.store.kind, False, dims, data), [], 0)
+    def flatten(self, part):
+        """The whole store in storage order as row 0 of a 1-by-N array, whatever the records."""
+        st = self.store
+        if part == "noncomplex" and st.is_complex:
+            raise ValueError("noncomplex() must not be called on a complex array.")
+        if part != "noncomplex" and not st.is_complex:
+            raise ValueError("real() and imag() can be called only on a complex array.")
+        data = [x[part == "imag"] for x in st.data] if st.is_complex else st.data
+        return View(Store(st.kind, False, [1, len(data)], data), [0])
+
+    real, imag = partialmethod(flatten, "real"), partialmethod(flatten, "imag")
+    noncomplex = partialmethod(flatten, "noncomplex")
+
+    def toarray(self):
+        """An array.array of the items; it takes numbers only."""
+        try:
+            return array.array("B" if self.store.kind == "logical" else FORMATS[self.store.kind], self.items())
+        except (TypeError, OverflowError):
+            one = len(self.store.shape) - len(self.ints) == 1
+            raise RuntimeError("toarray() failed." if one else "toarray() can be called only on a "
+                               "one-dimensional sequence.") from None
+
+    def tomemoryview(self):
+        """The buffer of the store, or a partial array's snapshot: format, item size, shape,
+        strides and the bytes in storage order."""
+        st = self.store
+        if self.ints or self.final:
+            try:
+                dims, data = self.materialize()
+            except Exception:  # noqa: BLE001 - reported as the export's own failure
+                raise RuntimeError("null data pointer.") from None
+        else:
+            dims, data = st.shape, st.data
+        code = FORMATS[st.kind]
+        size = struct.calcsize(code) * (1 + st.is_complex)
+        parts = [p for x in data for p in x] if st.is_complex else data
+        return [("Z" if st.is_complex else "") + code, size, tuple(dims),
+                tuple(size * prod(dims[:k]) for k in range(len(dims))),
+                struct.pack("=%d%s" % (len(parts), code), *parts)]
 
     def text(self, frame):
+        """The nested list's text with every blank removed, framed as a constructor call."""
         body = str(to_list(self)).replace(" ", "")
         suffix = ", is_complex=True" if self.store.is_complex else ""
         return "kerova.%s(%s%s)" % (self.store.kind, body, suffix) if frame else body
@@ -426,24 +492,19 @@ class View:
     def pickled(self):
         """pickle.loads(pickle.dumps(a)): the whole dimension at the final slice, rebuilt from nested lists."""
         st = self.store
-        return construct(st.kind, nested(st, self.ints, len(self.ints)), is_complex=True if st.is_complex else ABSENT)
-
-
-def nested(store, coords, depth):
-    """The elements below `coords` as nested lists, from dimension `depth` on."""
-    shape = store.shape
-    if depth == len(shape) - 1:
-        return [store.at(coords + [i]) for i in range(shape[depth])]
-    return [nested(store, coords + [i], depth + 1) for i in range(shape[depth])]
+        listed = to_list(View(st, self.ints))
+        return construct(st.kind, listed, is_complex=True if st.is_complex else ABSENT)
 
 
 def to_list(view):
-    st, n = view.store, len(view.ints)
-    if view.final is None:
-        return nested(st, view.ints, n)
-    if n + 1 == len(st.shape):
-        return [st.at(view.ints + [v]) for v in walk(view.final)]
-    return [nested(st, view.ints + [v], n + 1) for v in walk(view.final)]
+    """Nested lists over the open dimensions, the last one innermost; scalars at the leaves."""
+    axes, st = view.axes(), view.store
+
+    def level(coords, d):
+        if d == len(axes) - 1:
+            return [st.at(coords + [c]) for c in axes[d]]
+        return [level(coords + [c], d + 1) for c in axes[d]]
+    return level(list(view.ints), len(view.ints))
 
 
 def equal(a, b):

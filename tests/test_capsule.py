@@ -2,6 +2,8 @@
 
 import ctypes
 import gc
+import os
+import subprocess
 import sys
 
 import numpy as np
@@ -30,8 +32,29 @@ def test_wrap_takes_over_library_arrays_of_every_type(number, kind, is_complex, 
     assert CAPI.unwrap(a) == impl and CAPI.unwrap(a) == impl  # lent, not handed over
 
 
-def test_destroy_object_ends_an_unshared_array():
-    CAPI.destroy_address(CAPI.wrap_address(PROVIDER.make(3, (1, 1), np.float64(2.0).tobytes(), 8)))
+DESTROY = """
+import sys
+from support.consumer import Capi, Provider
+capi, provider = Capi(), Provider()
+for number, size in [(3, 8), (13, 16), (0, 1), (6, 1)]:
+    impl = provider.make(number, (2, 3), bytes(range(6 * size)), size, observed=True)
+    (address, block), = provider.lent.items()
+    references = sys.getrefcount(block)
+    capi.destroy_address(capi.wrap_address(impl))
+    assert provider.released == [address] and not provider.lent, provider.released
+    assert sys.getrefcount(block) == references - 1  # the deleter let go of it
+    provider.released.clear()
+"""
+
+
+def test_destroy_object_ends_the_array_and_releases_its_storage_once():
+    # Under the debug allocator, where an object or a block released twice stops the
+    # interpreter with a fatal error, or crashes it.
+    tests = os.path.dirname(os.path.abspath(__file__))
+    path = os.pathsep.join(filter(None, [tests, os.environ.get("PYTHONPATH")]))
+    run = subprocess.run([sys.executable, "-c", DESTROY], capture_output=True, text=True, timeout=120,
+                         env={**os.environ, "PYTHONMALLOC": "debug", "PYTHONPATH": path})
+    assert run.returncode == 0 and "Fatal Python error" not in run.stderr, run.stderr
 
 
 @pytest.mark.parametrize("number", [1, 2, 23])

@@ -83,6 +83,10 @@ class Provider:
     """libKerovaDataArray, loaded from the extension's directory."""
 
     def __init__(self):
+        # Blocks that make(observed=True) lends to the library, and the addresses that their
+        # deleter was called with, in order: each must come back exactly once.
+        self.lent, self.released = {}, []
+        self._deleter = ctypes.CFUNCTYPE(None, c_void_p)(self._release_block)
         path = glob.glob(os.path.join(os.path.dirname(kv.__file__), "libKerovaDataArray.so*"))[0]
         self.lib = ctypes.CDLL(path)
         self.lib.get_function_ptr.restype = c_void_p
@@ -96,11 +100,21 @@ class Provider:
         self.factory = c_void_p()
         assert op(14, c_int, POINTER(c_void_p))(byref(self.factory)) == 0
 
-    def make(self, type_number, dims, raw, element_size):
-        """A new library array of `dims` whose storage holds the bytes `raw`."""
+    def _release_block(self, address):
+        self.released.append(address)
+        self.lent.pop(address, None)
+
+    def make(self, type_number, dims, raw, element_size, observed=False):
+        """A new library array of `dims` whose storage holds the bytes `raw`: a block of the
+        library's, or with `observed` one of ours, whose release is recorded in `released`."""
         data, deleter, out = c_void_p(), c_void_p(), c_void_p()
-        assert self._create_buffer(self.factory, byref(data), byref(deleter), type_number,
-                                   len(raw) // element_size) == 0
+        if observed:
+            block = ctypes.create_string_buffer(len(raw) or 1)
+            data.value, deleter.value = ctypes.addressof(block), ctypes.cast(self._deleter, c_void_p).value
+            self.lent[data.value] = block
+        else:
+            assert self._create_buffer(self.factory, byref(data), byref(deleter), type_number,
+                                       len(raw) // element_size) == 0
         ctypes.memmove(data, raw, len(raw))
         shape = (c_size_t * len(dims))(*dims)
         assert self._from_buffer(self.factory, type_number, shape, len(dims), data, deleter, byref(out)) == 0
