@@ -105,6 +105,7 @@ private:
     uint64_t m_numElements = 0;
     bool m_isVector = false;
     bool m_hasInitializer = false;
+    int m_nesting = 0;  // sequences being scanned, one inside the other
     bool m_isColumnMajor = false;
     bool m_isReserved = false;
     std::vector<T> m_elements;  // for bool the packed bit vector

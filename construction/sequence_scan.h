@@ -30,6 +30,8 @@ ScalarResult<T> convertForScan(PyObject* object, bool allowFloatForLogical) {
     }
 }
 
+inline constexpr int kMaxNesting = 10000;
+
 inline bool raiseNullDataPointer() {
     PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
     return false;
@@ -44,9 +46,17 @@ bool MDAInitializer<T>::scan(PyObject* object, bool allowFloatForLogical) {
             PyErr_SetString(PyExc_ValueError, "value passed to initializer must be numeric.");
             return false;
         }
-        // Deep nesting ends in RecursionError rather than in a stack overflow.
+        // Deep nesting ends in RecursionError rather than in a stack overflow: at Python's
+        // recursion limit, or at the depth that a thread's stack of 8 MiB surely holds,
+        // whichever comes first, since a raised limit does not make the stack larger.
+        if (m_nesting >= scan_detail::kMaxNesting) {
+            PyErr_SetString(PyExc_RecursionError, "maximum recursion depth exceeded while reading a nested sequence");
+            return false;
+        }
         if (Py_EnterRecursiveCall(" while reading a nested sequence")) return false;
+        ++m_nesting;
         const bool walked = scanSequence(object, allowFloatForLogical);
+        --m_nesting;
         Py_LeaveRecursiveCall();
         return walked;
     }

@@ -48,11 +48,25 @@ bool listFits(int64_t length) {
     return false;
 }
 
+uint64_t saturatingMul(uint64_t a, uint64_t b) {
+    uint64_t product = 0;
+    return __builtin_mul_overflow(a, b, &product) ? UINT64_MAX : product;
+}
+uint64_t saturatingAdd(uint64_t a, uint64_t b) { return a > UINT64_MAX - b ? UINT64_MAX : a + b; }
+
 // The text of the nested list, as str() of the list writes it; with `keepBlanks` false
 // the blank after each comma is left out, which is all the blank there is.
 class ListText {
 public:
     explicit ListText(std::string& out, bool keepBlanks) : m_out(out), m_keepBlanks(keepBlanks) {}
+
+    // Room for `more` characters: a text that can't be held fails at once (bad_alloc or
+    // length_error, which the caller turns into MemoryError) instead of after filling memory.
+    void reserveMore(uint64_t more) {
+        if (more > m_out.max_size() - m_out.size()) throw std::length_error("text too long");
+        const size_t needed = m_out.size() + static_cast<size_t>(more);
+        if (needed > m_out.capacity()) m_out.reserve(std::max(needed, 2 * m_out.capacity()));
+    }
 
     void open() { m_out += '['; }
     void close() { m_out += ']'; }
@@ -132,10 +146,16 @@ bool writeLevel(const MDArrayWrapper& store, const std::vector<int64_t>& prefix,
     }
     // Every entry of a level has the same length, so the first path down meets every
     // length that the walk will meet.
+    // The brackets alone take two characters for every list of every level.
+    uint64_t lists = 1;
+    uint64_t brackets = 0;
     for (size_t d = depth; d < n; ++d) {
         if (!listFits(shape[d])) return false;
+        brackets = saturatingAdd(brackets, saturatingMul(lists, 2));
         if (shape[d] == 0) break;
+        lists = saturatingMul(lists, static_cast<uint64_t>(shape[d]));
     }
+    text.reserveMore(brackets);
     std::vector<int64_t> coordinates(prefix);  // the `depth` coordinates in front
     coordinates.resize(n, 0);
     size_t level = depth;

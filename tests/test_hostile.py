@@ -285,7 +285,7 @@ def test_parents_gone_during_iteration():
 
 
 DEEP = """
-import copy, pickle, kerova
+import copy, functools, pickle, sys, kerova
 a, b = kerova.double(size=[1] * 200000 + [2]), kerova.double(size=[1] * 200000 + [2])
 for action in (str, repr, lambda a: a == b, lambda a: a == a.reshape(*a.size), kerova.double.clone,
                pickle.dumps, copy.deepcopy, lambda a: memoryview(a[0]), lambda a: list(a)):
@@ -294,6 +294,13 @@ for action in (str, repr, lambda a: a == b, lambda a: a == a.reshape(*a.size), k
     except (RecursionError, RuntimeError) as error:
         print(type(error).__name__, error)
 print(len(str(a)), a == b)
+sys.setrecursionlimit(10**6)  # a raised limit does not make the stack larger
+deep = functools.reduce(lambda inner, _: [inner], range(50000), [1.0])
+for action in (lambda: kerova.double(deep), lambda: str(kerova.double(size=(2**40, 0)))):
+    try:
+        action()
+    except (RecursionError, MemoryError) as error:
+        print(type(error).__name__, error)
 """
 
 
@@ -308,4 +315,6 @@ def test_many_dimensions_give_results_or_python_errors_within_a_small_stack():
         "RecursionError maximum recursion depth exceeded while calling a Python object",
         "RuntimeError null data pointer.",
         "400009 True",
+        "RecursionError maximum recursion depth exceeded while reading a nested sequence",
+        "MemoryError ",
     ]

@@ -4,6 +4,7 @@ and changes what the call is working on: the call finishes on what it read first
 import copy
 import gc
 import pickle
+import subprocess
 import sys
 
 import pytest
@@ -89,3 +90,51 @@ def test_reshape_during_a_walk_is_refused_or_waits(reshaping_collector, action, 
     if isinstance(result, list) and len(result) == 2 and len(result[0]) == 3000:
         assert result == [[float(2 * j + i) for j in range(3000)] for i in range(2)]
     assert a.size in ((2, 3000), (2, 3, 1000)) and values(a.reshape(2, 3000))[1][:3] == [1.0, 3.0, 5.0]
+
+
+STRESS = """
+import gc, pickle, random, sys, threading, time, kerova
+sys.setswitchinterval(1e-6)
+arrays = [kerova.double(vector=range(24), size=(2, 3, 4)), kerova.int16(size=(4, 6), is_complex=True)]
+shapes = [(2, 3, 4), (4, 6), (6, 4), (24, 1, 1), (3, 8)]
+stop = time.monotonic() + float(sys.argv[1])
+seen = set()
+
+class Cycle:  # cyclic garbage whose __del__ reshapes when the collector finds it
+    def __init__(self):
+        self.me = self
+    def __del__(self):
+        try:
+            random.choice(arrays).reshape(*random.choice(shapes))
+        except RuntimeError:
+            pass
+
+def work(seed):
+    rng = random.Random(seed)
+    while time.monotonic() < stop:
+        a = rng.choice(arrays)
+        Cycle()
+        try:
+            part = a[rng.randrange(len(a))]
+            rng.choice([
+                lambda: str(a), lambda: repr(part), lambda: a == a.clone(), lambda: pickle.loads(pickle.dumps(a)),
+                lambda: [list(r) if isinstance(r, type(a)) else r for r in a], lambda: part.size,
+                lambda: a.get_bytewise_strides(), lambda: memoryview(part).tolist(),
+                lambda: a.reshape(*rng.choice(shapes)), lambda: part.__setitem__(0, part[0]),
+            ])()
+        except (RuntimeError, IndexError, ValueError, TypeError) as error:
+            seen.add(type(error).__name__)
+
+threads = [threading.Thread(target=work, args=(k,)) for k in range(4)]
+for t in threads:
+    t.start()
+for t in threads:
+    t.join()
+gc.collect()
+print("done", sorted(seen))
+"""
+
+
+def test_threads_and_cyclic_garbage_never_crash():
+    run = subprocess.run([sys.executable, "-c", STRESS, "4"], capture_output=True, text=True, timeout=300)
+    assert run.returncode == 0 and run.stdout.startswith("done"), run.stderr[-2000:]
