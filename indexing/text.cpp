@@ -20,6 +20,8 @@
 #include <type_traits>
 #include <vector>
 
+#include <unistd.h>
+
 #include "core/cursor.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
@@ -60,10 +62,12 @@ class ListText {
 public:
     explicit ListText(std::string& out, bool keepBlanks) : m_out(out), m_keepBlanks(keepBlanks) {}
 
-    // Room for `more` characters: a text that can't be held fails at once (bad_alloc or
-    // length_error, which the caller turns into MemoryError) instead of after filling memory.
+    // Room for `more` characters: a text larger than the machine's memory fails at once
+    // (bad_alloc, which the caller turns into MemoryError) instead of after filling memory.
     void reserveMore(uint64_t more) {
-        if (more > m_out.max_size() - m_out.size()) throw std::length_error("text too long");
+        static const uint64_t physical =
+            static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGE_SIZE));
+        if (more > physical || more > m_out.max_size() - m_out.size()) throw std::bad_alloc();
         const size_t needed = m_out.size() + static_cast<size_t>(more);
         if (needed > m_out.capacity()) m_out.reserve(std::max(needed, 2 * m_out.capacity()));
     }
