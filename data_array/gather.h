@@ -61,7 +61,8 @@ template <typename V>
 }
 
 // Four elements per vector, one vector per row: interleaving the even and the odd
-// lanes of row pairs, then joining the halves of the pairs, gives the columns.
+// lanes of row pairs, then joining the halves of the pairs, gives the columns. The lane
+// picks are constant indices (__builtin_shufflevector, which GCC 12 and clang share).
 template <typename W, typename V, typename M>
 [[gnu::always_inline]] inline void fourLaneBlock(const W* source, size_t sourceStride, W* target,
                                                  size_t targetStride) {
@@ -71,14 +72,14 @@ template <typename W, typename V, typename M>
     loadVector(r1, source + sourceStride);
     loadVector(r2, source + 2 * sourceStride);
     loadVector(r3, source + 3 * sourceStride);
-    const V even01 = __builtin_shuffle(r0, r1, M{0, 4, 2, 6});
-    const V odd01 = __builtin_shuffle(r0, r1, M{1, 5, 3, 7});
-    const V even23 = __builtin_shuffle(r2, r3, M{0, 4, 2, 6});
-    const V odd23 = __builtin_shuffle(r2, r3, M{1, 5, 3, 7});
-    storeVector(target, __builtin_shuffle(even01, even23, M{0, 1, 4, 5}));
-    storeVector(target + targetStride, __builtin_shuffle(odd01, odd23, M{0, 1, 4, 5}));
-    storeVector(target + 2 * targetStride, __builtin_shuffle(even01, even23, M{2, 3, 6, 7}));
-    storeVector(target + 3 * targetStride, __builtin_shuffle(odd01, odd23, M{2, 3, 6, 7}));
+    const V even01 = __builtin_shufflevector(r0, r1, 0, 4, 2, 6);
+    const V odd01 = __builtin_shufflevector(r0, r1, 1, 5, 3, 7);
+    const V even23 = __builtin_shufflevector(r2, r3, 0, 4, 2, 6);
+    const V odd23 = __builtin_shufflevector(r2, r3, 1, 5, 3, 7);
+    storeVector(target, __builtin_shufflevector(even01, even23, 0, 1, 4, 5));
+    storeVector(target + targetStride, __builtin_shufflevector(odd01, odd23, 0, 1, 4, 5));
+    storeVector(target + 2 * targetStride, __builtin_shufflevector(even01, even23, 2, 3, 6, 7));
+    storeVector(target + 3 * targetStride, __builtin_shufflevector(odd01, odd23, 2, 3, 6, 7));
 }
 
 typedef uint32_t Lanes4x32 __attribute__((vector_size(16)));
@@ -96,13 +97,12 @@ typedef int64_t Mask4x64 __attribute__((vector_size(32)));
 [[gnu::always_inline]] inline void vectorBlock(const uint64_t* source, size_t sourceStride, uint64_t* target,
                                                size_t targetStride) {
     typedef uint64_t V __attribute__((vector_size(16)));
-    typedef int64_t M __attribute__((vector_size(16)));
     const auto pair = [](const uint64_t* from, size_t fromStride, uint64_t* to, size_t toStride) {
         V r0, r1;
         loadVector(r0, from);
         loadVector(r1, from + fromStride);
-        storeVector(to, __builtin_shuffle(r0, r1, M{0, 2}));
-        storeVector(to + toStride, __builtin_shuffle(r0, r1, M{1, 3}));
+        storeVector(to, __builtin_shufflevector(r0, r1, 0, 2));
+        storeVector(to + toStride, __builtin_shufflevector(r0, r1, 1, 3));
     };
     pair(source, sourceStride, target, targetStride);
     pair(source + 2, sourceStride, target + 2 * targetStride, targetStride);
