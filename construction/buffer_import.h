@@ -134,7 +134,7 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
 
     // The bytes go straight into the output block, gathered into column-major order
     // where they lie in row order.
-    data::buffer_ptr_t<T> block = requestBuffer(count);
+    data::buffer_ptr_t<T> block = data::requestBlock<T>(m_factory, count);
     if (!block && count > 0) {
         raiseNoMemory(std::to_string(count));
         return false;

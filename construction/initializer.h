@@ -16,6 +16,8 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -72,8 +74,10 @@ public:
     const std::vector<uint64_t>& sizeDims() const noexcept { return m_size; }
     size_t elementCount() const noexcept { return m_fromBuffer ? m_importedCount : m_elements.size(); }
     T elementAt(size_t index) const { return m_elements[index]; }
-    void copyElementsTo(T* out) const;
     bool isColumnMajor() const noexcept { return m_isColumnMajor; }
+    // A library block holding the scanned elements, in column-major order when there are
+    // two or more; MemoryError when the block can't be had.
+    data::buffer_ptr_t<T> outputBufferFromElements(bool& ok);
     // The dimensions of the array to build: those of `size` if given, the found ones otherwise.
     std::vector<size_t> arrayDims() const {
         const std::vector<uint64_t>& dims = m_size.empty() ? m_dims : m_size;
@@ -81,6 +85,7 @@ public:
     }
 
 private:
+    void copyElementsTo(T* out) const;
     static const char* kindName() { return kindNameOf<T>(); }
     bool scanSequence(PyObject* sequence, bool allowFloatForLogical);
     bool scanNumberRow(PyObject* sequence, bool& ok);
@@ -92,10 +97,8 @@ private:
         m_elements.push_back(element);
     }
     void growElements();
-    data::buffer_ptr_t<T> requestBuffer(size_t count);
     void setDefaultShape();
     data::buffer_ptr_t<T> zeroFilledForSize(bool& ok);
-    data::buffer_ptr_t<T> outputBufferFromElements(bool& ok);
     bool raiseSizeMismatch(PyObject* exceptionType) const;
     static void raiseNoMemory(const std::string& count);
 
@@ -185,22 +188,11 @@ void MDAInitializer<T>::setDefaultShape() {
     m_size = defaultDims;
 }
 
-// An output buffer of `count` elements, or an empty one when the library can't provide
-// it: the library reports that by an exception, which the callers turn into MemoryError.
-template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::requestBuffer(size_t count) {
-    try {
-        return m_factory.createBuffer<T>(count);
-    } catch (const std::exception&) {
-        return noBuffer<T>();
-    }
-}
-
 // The size-only form: `size` elements of zero bytes, which is 0, 0.0 or false.
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
     const uint64_t count = numElements();
-    data::buffer_ptr_t<T> buffer = requestBuffer(count);
+    data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, count);
     m_isColumnMajor = true;
     if (count > 0) {
         if (!buffer) {
@@ -220,21 +212,32 @@ data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
 template <typename T>
 data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
     const size_t count = elementCount();
-    data::buffer_ptr_t<T> buffer = requestBuffer(count);
+    data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, count);
     if (!buffer && count > 0) {
         raiseNoMemory(std::to_string(count));
         ok = false;
         return noBuffer<T>();
     }
-    if constexpr (!std::is_same_v<T, bool>) {
-        if (!m_isColumnMajor && count >= 2) {
+    if (!m_isColumnMajor && count >= 2) {
+        // Elements met in row order are gathered into column-major order here, so that
+        // the array adopts this one block.
+        if constexpr (std::is_same_v<T, bool>) {
+            // The packed bits are unpacked into a scratch block of ours first.
+            std::unique_ptr<bool[]> bytes(new (std::nothrow) bool[count]);
+            if (!bytes) {
+                raiseNoMemory(std::to_string(count));
+                ok = false;
+                return noBuffer<T>();
+            }
+            copyElementsTo(bytes.get());
+            data::gatherRowMajor(bytes.get(), buffer.get(), arrayDims());
+        } else {
             data::gatherRowMajor(m_elements.data(), buffer.get(), arrayDims());
-            m_isColumnMajor = true;
-            ok = true;
-            return buffer;
         }
+        m_isColumnMajor = true;
+    } else {
+        copyElementsTo(buffer.get());
     }
-    copyElementsTo(buffer.get());
     ok = true;
     return buffer;
 }

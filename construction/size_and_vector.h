@@ -88,7 +88,7 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
     m_dims.push_back(static_cast<uint64_t>(n));
     if (!checkSizeAgainstDims()) return fail();
 
-    data::buffer_ptr_t<T> buffer = requestBuffer(static_cast<size_t>(n));
+    data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, static_cast<size_t>(n));
     if (!buffer) {
         raiseNoMemory(std::to_string(n));
         return fail();

@@ -36,13 +36,9 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
         if (rowVectorOfOneDimension && dims.size() == 1) dims = {1, dims[0]};
         const size_t count = initializer.elementCount();
 
-        data::ArrayFactory factory;
-        data::buffer_ptr_t<T> buffer = factory.createBuffer<T>(count);
-        if (!buffer && count > 0) {
-            PyErr_NoMemory();
-            return std::nullopt;
-        }
-        initializer.copyElementsTo(buffer.get());
+        bool ok = false;
+        data::buffer_ptr_t<T> buffer = initializer.outputBufferFromElements(ok);
+        if (!ok) return std::nullopt;
 
         if (count == 0) {
             // An empty sub-array takes the whole array's dimensions with the first one 0.
@@ -54,8 +50,9 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
             dims.assign(whole.begin(), whole.end());
             dims[0] = 0;
         }
-        // The scanned values are in row order; the library array is column-major.
-        return data::Array(data::makeArrayFromRawBlock<T>(std::move(buffer), false, factory, std::move(dims), count));
+        data::ArrayFactory factory;
+        return data::Array(data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), factory,
+                                                          std::move(dims), count));
     }
 }
 

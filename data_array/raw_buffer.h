@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "data_array/array.h"
+#include "data_array/exceptions.h"
 #include "data_array/gather.h"
 
 namespace kerova::data {
@@ -15,6 +16,18 @@ namespace kerova::data {
 template <typename T>
 void gatherRowMajor(const T* source, T* target, const std::vector<size_t>& dims) {
     gather::gatherRowMajor(source, target, sizeof(T), dims);
+}
+
+// A raw buffer of `count` elements, or a null one when the library has no memory for it
+// (its code 19). Callers report that as Python's MemoryError: a request for an array's
+// storage is the module's to refuse, unlike a failure inside an operation on an array.
+template <typename T>
+buffer_ptr_t<T> requestBlock(ArrayFactory& factory, size_t count) {
+    try {
+        return factory.createBuffer<T>(count);
+    } catch (const detail::ArrayException<Exception, 19>&) {
+        return buffer_ptr_t<T>(nullptr, nullptr);
+    }
 }
 
 // A new column-major array holding the row-major block `data` of `dims`. The block is

@@ -43,7 +43,8 @@ data::Array flattenToRow(const MDArrayWrapper& store, data::ArrayFactory& factor
     return apply_numeric_visitor(store.m_array, [&](const auto& typed) -> data::Array {
         using T = typed_element_t<decltype(typed)>;
         using Part = data::part_type_t<T>;
-        auto buffer = factory.template createBuffer<Part>(count);
+        auto buffer = data::requestBlock<Part>(factory, count);
+        if (!buffer) throw std::bad_alloc();  // MemoryError at the slot barrier
         if constexpr (data::is_complex_v<T>) {
             if (mode != FlattenMode::REAL && mode != FlattenMode::IMAG) {
                 std::ostringstream message;

@@ -184,8 +184,8 @@ MUTANTS = [
            "target[k] = mode == FlattenMode::IMAG ? elements[k].real() : elements[k].imag();", "real() and imag() swapped"),
     Mutant("M10", "module/methods.cpp", "cursor->m_numberOfIntegerIndicesSoFar == 1;",
            "cursor->m_numberOfIntegerIndicesSoFar == 2;", "toarray() failure messages swapped"),
-    Mutant("M11", "module/methods.cpp", "PyObject* item = PyLong_FromLong(static_cast<int32_t>(length));",
-           "PyObject* item = PyLong_FromLong(static_cast<long>(length));", "size reports lengths past 32 bits"),
+    Mutant("M11", "module/methods.cpp", "PyObject* item = PyLong_FromLong(static_cast<int32_t>(lengths[k]));",
+           "PyObject* item = PyLong_FromLong(static_cast<long>(lengths[k]));", "size reports lengths past 32 bits"),
     Mutant("M12", "module/methods.cpp", "static_cast<long long>(store.m_numElems));",
            "static_cast<long long>(store.m_bufferSizeInBytes));", "buffer_info counts bytes"),
     Mutant("M13", "module/methods.cpp", "if (mode == FlattenMode::ALL && cursor->m_isComplex) {",
@@ -194,7 +194,7 @@ MUTANTS = [
            "real()/imag()/noncomplex() give the 1-by-N matrix"),
     Mutant("M15", "module/module.cpp", "\"kvexceptions.SizeError\", \"SizeError\"",
            "\"kvexceptions.ShapeError\", \"SizeError\"", "SizeError named ShapeError"),
-    Mutant("M16", "module/array_type.cpp", "methods.sq_item = readByInteger<K>;", "",
+    Mutant("M16", "module/array_type.cpp", "methods.sq_item = guarded<readByInteger<K>>;", "",
            "no sequence item slot (iteration by index, `in`)"),
 ]
 
