@@ -13,7 +13,7 @@
 
 #include "construction/initializer.h"
 #include "construction/python_access.h"
-#include "module/globals.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

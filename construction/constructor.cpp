@@ -9,7 +9,7 @@
 #include "construction/constructor_arguments.h"
 #include "core/cursor.h"
 #include "core/py_ref.h"
-#include "module/globals.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

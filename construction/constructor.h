@@ -2,4 +2,13 @@
 // kind in construction/constructor.cpp.
 #pragma once
 
-#include "module/slots.h"
+#include <Python.h>
+
+#include "kinds/element_kinds.h"
+
+namespace kerova {
+
+template <SupportedArrayEnum K>
+PyObject* newArray(PyTypeObject* type, PyObject* args, PyObject* kwds);
+
+}  // namespace kerova

@@ -26,7 +26,7 @@
 #include "construction/constructor_arguments.h"
 #include "construction/scalar_conversion.h"
 #include "data_array/data_array.h"
-#include "module/element_kinds.h"
+#include "kinds/element_kinds.h"
 
 namespace kerova {
 

@@ -11,7 +11,7 @@
 
 #include "construction/initializer.h"
 #include "construction/python_access.h"
-#include "module/globals.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -14,8 +14,7 @@
 #include <vector>
 
 #include "core/cursor.h"
-#include "module/globals.h"
-#include "module/slots.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

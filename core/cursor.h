@@ -12,9 +12,9 @@
 
 #include <boost/container/small_vector.hpp>
 
+#include "core/index_item.h"
 #include "core/store.h"
-#include "indexing/index_item.h"
-#include "module/element_kinds.h"
+#include "kinds/element_kinds.h"
 
 namespace kerova {
 

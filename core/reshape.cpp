@@ -9,8 +9,8 @@
 
 #include "core/cursor.h"
 #include "core/py_ref.h"
-#include "module/globals.h"
-#include "module/numeric_visitor.h"
+#include "kinds/numeric_visitor.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -6,7 +6,7 @@
 
 #include <sys/mman.h>
 
-#include "module/numeric_visitor.h"
+#include "kinds/numeric_visitor.h"
 
 namespace kerova {
 

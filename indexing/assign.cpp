@@ -22,9 +22,9 @@
 #include "core/cursor.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
-#include "module/globals.h"
-#include "module/numeric_visitor.h"
-#include "module/slots.h"
+#include "indexing/slots.h"
+#include "kinds/numeric_visitor.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -13,7 +13,7 @@
 #include <type_traits>
 
 #include "data_array/element_types.h"
-#include "module/element_kinds.h"
+#include "kinds/element_kinds.h"
 
 namespace kerova {
 

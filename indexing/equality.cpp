@@ -23,8 +23,8 @@
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
-#include "module/globals.h"
-#include "module/slots.h"
+#include "indexing/slots.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

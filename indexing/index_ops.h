@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/cursor.h"
-#include "indexing/index_item.h"
+#include "core/index_item.h"
 
 namespace kerova {
 

@@ -10,8 +10,8 @@
 #include "core/py_ref.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
-#include "module/globals.h"
-#include "module/slots.h"
+#include "indexing/slots.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -11,8 +11,8 @@
 #include "core/py_ref.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
-#include "module/globals.h"
-#include "module/slots.h"
+#include "indexing/slots.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -8,7 +8,7 @@
 #include <limits>
 #include <vector>
 
-#include "indexing/index_item.h"
+#include "core/index_item.h"
 
 namespace kerova {
 

@@ -26,9 +26,9 @@
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slice_values.h"
+#include "indexing/slots.h"
 #include "indexing/walk_checks.h"
-#include "module/globals.h"
-#include "module/slots.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

@@ -5,10 +5,12 @@
 
 #include "construction/constructor.h"
 #include "core/barrier.h"
+#include "core/buffer_export.h"
 #include "core/cursor.h"
 #include "indexing/index_ops.h"
+#include "indexing/slots.h"
+#include "kinds/object.h"
 #include "module/array_types.h"
-#include "module/globals.h"
 #include "module/slots.h"
 
 namespace kerova {

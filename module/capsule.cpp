@@ -12,7 +12,7 @@
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "data_array/data_array.h"
-#include "module/globals.h"
+#include "kinds/object.h"
 #include "module/slots.h"
 
 namespace kerova {

@@ -15,8 +15,8 @@
 #include "core/reshape.h"
 #include "indexing/index_ops.h"
 #include "indexing/iterator.h"
-#include "module/globals.h"
-#include "module/numeric_visitor.h"
+#include "kinds/numeric_visitor.h"
+#include "kinds/object.h"
 #include "module/slots.h"
 
 namespace kerova {

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
+#include "kinds/object.h"
 #include "module/array_types.h"
-#include "module/globals.h"
 #include "module/slots.h"
 
 namespace kerova {

@@ -8,8 +8,8 @@
 #include "core/py_ref.h"
 #include "indexing/index_ops.h"
 #include "indexing/to_list.h"
-#include "module/globals.h"
-#include "module/numeric_visitor.h"
+#include "kinds/numeric_visitor.h"
+#include "kinds/object.h"
 
 namespace kerova {
 

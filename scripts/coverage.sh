@@ -15,7 +15,7 @@
 # counts once, covered when any instance runs it (--merge-lines), and so do its branches.
 #
 # Prints a per-folder summary and a total for the extension (construction/, indexing/,
-# core/, module/ and data_array/); writes build/coverage/html/index.html (per file, with
+# core/, kinds/, module/ and data_array/); writes build/coverage/html/index.html (per file, with
 # the source annotated) and build/coverage/uncovered.txt (uncovered lines per file).
 # Arguments are passed on to pytest.
 set -euo pipefail
@@ -52,7 +52,7 @@ PYTHONPATH="$build/stage:python" python -m pytest -q -p no:cacheprovider -p no:b
 echo "== coverage (gcovr)"
 mkdir -p "$build/html"
 python -m gcovr --root . "$build" \
-    --filter 'construction/' --filter 'indexing/' --filter 'core/' --filter 'module/' \
+    --filter 'construction/' --filter 'indexing/' --filter 'core/' --filter 'kinds/' --filter 'module/' \
     --filter 'data_array/' --filter 'provider/' --exclude 'tests/' \
     --exclude-throw-branches --exclude-unreachable-branches --merge-lines \
     --json-summary "$build/summary.json" \
@@ -63,8 +63,8 @@ python - "$build/summary.json" <<'EOF'
 import json, sys
 
 files = json.load(open(sys.argv[1]))["files"]
-folders = ["construction", "indexing", "core", "module", "data_array", "provider"]
-extension = folders[:5]
+folders = ["construction", "indexing", "core", "kinds", "module", "data_array", "provider"]
+extension = folders[:6]
 
 def add(rows):
     rows = list(rows)

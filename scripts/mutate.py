@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Mutation check of the extension's own C++ code (construction/, indexing/, core/, module/).
+"""Mutation check of the extension's own C++ code (construction/, indexing/, core/, kinds/, module/).
 
 Plants one fault at a time in a copy of the tree, rebuilds that copy incrementally, runs
 the pytest suite against the rebuilt module and reports which faults the tests catch.
@@ -29,7 +29,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-SCOPE = ("construction/", "indexing/", "core/", "module/")
+SCOPE = ("construction/", "indexing/", "core/", "kinds/", "module/")
 
 
 @dataclass

@@ -4,7 +4,7 @@
 
 #include <Python.h>
 
-#include "module/element_kinds.h"
+#include "kinds/element_kinds.h"
 
 namespace kerova {
 

@@ -29,6 +29,9 @@ namespace kerova {
     X(9, UINT64, "uint64", uint64_t, 'Q', 'Q')     \
     X(10, LOGICAL, "logical", bool, '?', 'B')
 
+// Explicit instantiation of a per-class slot template for every kind.
+#define KEROVA_INSTANTIATE_FOR_KINDS(INSTANTIATE_ONE) KEROVA_ARRAY_KINDS(INSTANTIATE_ONE)
+
 enum class SupportedArrayEnum : int8_t {
 #define KEROVA_KIND_ENUM(index, ENUM, name, type, format, typecode) ENUM = index,
     KEROVA_ARRAY_KINDS(KEROVA_KIND_ENUM)

@@ -13,7 +13,7 @@
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "indexing/to_list.h"
-#include "module/numeric_visitor.h"
+#include "kinds/numeric_visitor.h"
 
 namespace kerova {
 
