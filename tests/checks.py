@@ -50,12 +50,3 @@ def incompatible(given, expected):
 def reshape_count(product, count):
     return (f"number of elements specified by arguments to reshape() ({product}) does not match current "
             f"number ({count}).")
-
-
-def loose(action, *errors):
-    """For a case whose outcome is not settled yet: `action` succeeds or raises one of
-    `errors`, with a message."""
-    try:
-        action()
-    except errors as error:
-        assert str(error), f"{type(error).__name__} without a message"
