@@ -336,7 +336,14 @@ def child(script):
     return run.stdout.splitlines()
 
 
-def test_many_dimensions_give_results_or_python_errors_within_a_small_stack():
+def test_every_hostile_case_ends_cleanly_in_a_child_under_a_small_stack_and_a_capped_address_space():
+    """The cases of this file run here too, where a crash takes down no one but the child."""
+    arguments = ["-q", "-p", "no:cacheprovider", "-k", "not in_a_child", __file__]
+    lines = child(f"import pytest; raise SystemExit(pytest.main({arguments!r}))")
+    assert " passed" in lines[-1] and "failed" not in lines[-1], lines[-1]
+
+
+def test_many_dimensions_give_results_or_python_errors_in_a_child_with_a_small_stack():
     """The walks keep their place in the heap: 200,001 dimensions under an 8 MiB stack."""
     assert child(DEEP) == [
         "RecursionError maximum recursion depth exceeded while reading a nested sequence",
@@ -385,7 +392,7 @@ for name, action in ACTIONS.items():
 
 
 @pytest.mark.skipif(SANITIZED, reason="the sanitizer's shadow memory can't live in a capped address space")
-def test_memory_pressure_gives_memory_error_not_an_abort():
+def test_memory_pressure_gives_memory_error_not_an_abort_in_a_child():
     """Under an address space that grows step by step each action is refused cleanly until it
     succeeds: the module's own blocks give MemoryError and it asks the library for no block
     it can do without."""
