@@ -11,55 +11,44 @@
 
 #include "construction/initializer.h"
 #include "construction/python_access.h"
+#include "core/dimension_list.h"
 
 namespace kerova {
 
 template <typename T>
 bool MDAInitializer<T>::parseSize(PyObject* value) {
     if (value == nullptr || value == Py_None) return false;
-    if (!PySequence_Check(value)) {
-        PyErr_SetString(PyExc_TypeError, "value of 'size' must be a sequence.");
-        return false;
-    }
-    const Py_ssize_t count = PySequence_Size(value);
-    if (count < 0) return false;  // the length's own error stands
-    if (count == 0) {
-        PyErr_SetString(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
-        return false;
-    }
-
-    std::vector<uint64_t> dims;
-    try {
-        dims.reserve(static_cast<size_t>(count));
-    } catch (const std::exception&) {  // a length that no sequence of dimensions can have
-        PyErr_NoMemory();
-        return false;
-    }
-    for (Py_ssize_t i = 0; i < count; ++i) {
-        PyRef item = PyRef::steal(PySequence_GetItem(value, i));
-        if (!item) {
-            const std::string text = "Item " + std::to_string(i) +
+    DimensionList list = readDimensionList(value, 1);
+    switch (list.fault) {
+        case DimensionFault::NONE:
+            break;
+        case DimensionFault::NOT_A_SEQUENCE:
+            PyErr_SetString(PyExc_TypeError, "value of 'size' must be a sequence.");
+            return false;
+        case DimensionFault::BAD_LENGTH:
+            if (list.length == 0) PyErr_SetString(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
+            return false;  // otherwise the length's own error stands
+        case DimensionFault::NO_MEMORY:
+            return false;
+        case DimensionFault::ITEM_UNREAD: {
+            const std::string text = "Item " + std::to_string(list.item) +
                                      " could not be retrieved from the value associated with the 'size' keyword.";
             PyErr_SetString(PyExc_RuntimeError, text.c_str());
             return false;
         }
-        if (!PyLong_Check(item.get())) {
+        case DimensionFault::NOT_AN_INT:
             PyErr_SetString(PyExc_TypeError, "dimensions must be nonnegative integers.");
             return false;
-        }
-        // A value too large for the signed word reads as -1 and is refused as negative.
-        const Py_ssize_t dimension = PyLong_AsSsize_t(item.get());
-        if (dimension < 0) {
+        case DimensionFault::NEGATIVE:
             PyErr_SetString(PyExc_ValueError,
                             "size cannot contain negative dimensions. Use nonnegative integers for dimensions.");
             return false;
-        }
-        dims.push_back(static_cast<uint64_t>(dimension));
     }
+    std::vector<uint64_t> dims(list.dims.begin(), list.dims.end());
 
     // One dimension n is the row (1, n); trailing ones go while more than two remain.
     if (dims.size() == 1) dims.insert(dims.begin(), 1);
-    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
+    dropTrailingOnes(dims);
     m_size = std::move(dims);
     // An impossible size is refused here, before any element is read.
     return reserveElements(productOfDims(m_size));

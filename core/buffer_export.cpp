@@ -7,7 +7,6 @@
 // the view reading the old elements with the old geometry instead of freed memory.
 #include "core/buffer_export.h"
 
-#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -28,19 +27,6 @@ struct ExportRecord {
     std::vector<Py_ssize_t> strides;
 };
 
-// Every element type that an array class holds, real and complex, with its format.
-const std::map<data::ArrayType, std::string>& formatTable() {
-    static const std::map<data::ArrayType, std::string> table = [] {
-        std::map<data::ArrayType, std::string> built;
-        for (const KindDescriptor& kind : kKinds) {
-            built.emplace(kind.realType, std::string(1, kind.formatChar));
-            if (kind.hasComplex) built.emplace(kind.complexType, std::string("Z") + kind.formatChar);
-        }
-        return built;
-    }();
-    return table;
-}
-
 // Fails the export after the view was filled: the protocol wants obj null then.
 int refuse(Py_buffer* view, PyObject* type, const char* message) {
     PyErr_SetString(type, message);
@@ -50,20 +36,9 @@ int refuse(Py_buffer* view, PyObject* type, const char* message) {
 
 }  // namespace
 
-const char* formatForArrayType(data::ArrayType type) noexcept {
-    try {
-        const auto& table = formatTable();
-        const auto found = table.find(type);
-        return found != table.end() ? found->second.c_str() : nullptr;
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
-    MDACursor* cursor = cursorOf(self);
+    MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
         if (view != nullptr) view->obj = nullptr;
         return -1;
     }
@@ -99,7 +74,7 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
     view->readonly = store->m_isReadOnly;
     view->format = nullptr;
     if ((flags & PyBUF_FORMAT) != 0) {
-        const char* format = formatForArrayType(store->m_array.type());
+        const char* format = formatOfType(store->m_array.type());
         if (format == nullptr) return refuse(view, PyExc_ValueError, "format field is null.");
         view->format = const_cast<char*>(format);
     }

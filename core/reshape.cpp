@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/cursor.h"
+#include "core/dimension_list.h"
 #include "core/py_ref.h"
 #include "kinds/numeric_visitor.h"
 #include "kinds/object.h"
@@ -54,51 +55,28 @@ data::Array reshapeArray(data::Array&& array, const std::vector<int64_t>& dims) 
 }  // namespace
 
 std::vector<int64_t> parseReshapeDimensions(PyObject* value) {
-    std::vector<int64_t> dims;
-    if (value == nullptr || value == Py_None || !PySequence_Check(value)) {
-        badDimensions();
-        return {};
-    }
-    const Py_ssize_t size = PySequence_Size(value);
-    if (size < 2) {
-        badDimensions();
-        return {};
-    }
-    try {
-        dims.reserve(static_cast<size_t>(size));
-    } catch (const std::exception&) {  // a length that no sequence of dimensions can have
-        PyErr_NoMemory();
-        return {};
-    }
-    for (Py_ssize_t i = 0; i < size; ++i) {
-        const PyRef item = PyRef::steal(PySequence_GetItem(value, i));
-        if (!item) {
+    DimensionList list = readDimensionList(value, 2);
+    switch (list.fault) {
+        case DimensionFault::NONE:
+            dropTrailingOnes(list.dims);
+            return std::move(list.dims);
+        case DimensionFault::NO_MEMORY:
+            return {};
+        case DimensionFault::ITEM_UNREAD: {
             std::ostringstream message;
-            message << "Item " << i << " could not be retrieved from the value passed to reshape().";
+            message << "Item " << list.item << " could not be retrieved from the value passed to reshape().";
             PyErr_SetString(PyExc_RuntimeError, message.str().c_str());
             return {};
         }
-        if (!PyLong_Check(item.get())) {
+        default:
             badDimensions();
             return {};
-        }
-        const Py_ssize_t d = PyLong_AsSsize_t(item.get());
-        if (d < 0) {  // also the error value of an integer too large
-            badDimensions();
-            return {};
-        }
-        dims.push_back(d);
     }
-    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
-    return dims;
 }
 
 PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
-    MDACursor* cursor = cursorOf(self);
-    if (cursor == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     // An object that ends in a slice has no integer records: it reshapes the whole store.
     if (cursor->m_numberOfIntegerIndicesSoFar > 0) {
         PyErr_SetString(PyExc_RuntimeError, "reshape() not supported for a partial array.");

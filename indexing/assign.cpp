@@ -305,11 +305,8 @@ int assignByIndex(MDACursor& cursor, PyObject* index, PyObject* value) {
 
 template <SupportedArrayEnum K>
 int assignByIndexObject(PyObject* self, PyObject* index, PyObject* value) {
-    MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return -1;
-    }
+    MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return -1;
     if (cursor->m_isComplex) return assignByIndex<stored_element_t<K, true>>(*cursor, index, value);
     return assignByIndex<stored_element_t<K, false>>(*cursor, index, value);
 }

@@ -378,21 +378,15 @@ Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
 
 template <SupportedArrayEnum K>
 PyObject* arrayRichCompare(PyObject* self, PyObject* other, int op) {
-    const MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     if (op != Py_EQ && op != Py_NE) {
         PyErr_SetString(PyExc_NotImplementedError, "inequality operators not supported.");
         return nullptr;
     }
     if (!isKerovaArray(other)) return PyBool_FromLong(op == Py_NE);
-    const MDACursor* otherCursor = cursorOf(other);
-    if (!otherCursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* otherCursor = checkedCursor(other);
+    if (!otherCursor) return nullptr;
     const WalkHold holdSelf(cursor->m_store);
     const WalkHold holdOther(otherCursor->m_store);
     const Outcome outcome = arraysEqual<K>(*cursor, *otherCursor);

@@ -179,11 +179,8 @@ PyObject* newIteratorObject(const MDACursor& source) {
 }
 
 PyObject* arrayIter(PyObject* self) {
-    const MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     return newIteratorObject(*cursor);
 }
 

@@ -133,21 +133,15 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
 
 template <SupportedArrayEnum K>
 PyObject* readByInteger(PyObject* self, Py_ssize_t index) {
-    const MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     return readInteger<K>(*cursor, index);
 }
 
 template <SupportedArrayEnum K>
 PyObject* readByIndexObject(PyObject* self, PyObject* index) {
-    const MDACursor* parent = cursorOf(self);
-    if (!parent) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* parent = checkedCursor(self);
+    if (!parent) return nullptr;
     if (PyLong_Check(index)) {
         // An int beyond the 64-bit range stops here with its OverflowError.
         const Py_ssize_t position = PyLong_AsSsize_t(index);

@@ -265,11 +265,8 @@ PyObject* renderText(const MDACursor& cursor, const char* className, bool withFr
 
 template <SupportedArrayEnum K>
 PyObject* render(PyObject* self, bool withFrame) {
-    const MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    const MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     const char* className = kindInfo(K).name;
     if (cursor->m_isComplex) return renderText<stored_element_t<K, true>>(*cursor, className, withFrame, false);
     return renderText<stored_element_t<K, false>>(*cursor, className, withFrame, false);

@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -137,6 +138,37 @@ constexpr ElementKindInfo arrayKindFromType(data::ArrayType type) {
             return {true, static_cast<SupportedArrayEnum>(k), true};
     }
     return kKindNotFound;
+}
+
+// The PEP 3118 format of a library element type that an array class holds: "d", "Zd",
+// "?" ...; null for any other type.
+struct FormatText {
+    char text[3];
+};
+inline constexpr std::array<FormatText, kNumberOfKinds> kRealFormats = {{
+#define KEROVA_REAL_FORMAT(index, ENUM, name, type, format, typecode) {{format, '\0', '\0'}},
+    KEROVA_ARRAY_KINDS(KEROVA_REAL_FORMAT)
+#undef KEROVA_REAL_FORMAT
+}};
+inline constexpr std::array<FormatText, kNumberOfKinds> kComplexFormats = {{
+#define KEROVA_COMPLEX_FORMAT(index, ENUM, name, type, format, typecode) {{'Z', format, '\0'}},
+    KEROVA_ARRAY_KINDS(KEROVA_COMPLEX_FORMAT)
+#undef KEROVA_COMPLEX_FORMAT
+}};
+
+inline const char* formatOfType(data::ArrayType type) noexcept {
+    const ElementKindInfo info = arrayKindFromType(type);
+    if (!info.found) return nullptr;
+    const size_t k = static_cast<size_t>(info.kind);
+    return info.isComplex ? kComplexFormats[k].text : kRealFormats[k].text;
+}
+
+// The kind whose real elements have the format character `character`.
+inline std::optional<SupportedArrayEnum> kindOfFormatChar(char character) noexcept {
+    for (size_t k = 0; k < kKinds.size(); ++k) {
+        if (kKinds[k].formatChar == character) return static_cast<SupportedArrayEnum>(k);
+    }
+    return std::nullopt;
 }
 
 }  // namespace kerova

@@ -33,6 +33,13 @@ inline MDACursor* cursorOf(PyObject* object) {
     return object ? reinterpret_cast<ArrayObject*>(object)->m_cursor : nullptr;
 }
 
+// The cursor of an array object, or null with RuntimeError "object not initialized." set.
+inline MDACursor* checkedCursor(PyObject* object) {
+    MDACursor* cursor = cursorOf(object);
+    if (!cursor) PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
+    return cursor;
+}
+
 // tp_alloc of the type; RuntimeError "unable to initialize C object." on failure.
 PyObject* newArrayObject(PyTypeObject* type);
 

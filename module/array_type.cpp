@@ -34,11 +34,8 @@ void arrayDealloc(PyObject* self) {
 }
 
 Py_ssize_t arrayLength(PyObject* self) {
-    MDACursor* cursor = cursorOf(self);
-    if (!cursor) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return -1;
-    }
+    MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return -1;
     return static_cast<Py_ssize_t>(currentDimensionLength(*cursor));
 }
 

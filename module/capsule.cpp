@@ -4,7 +4,6 @@
 #include "module/capsule.h"
 
 #include <iostream>
-#include <map>
 #include <new>
 #include <string>
 
@@ -28,18 +27,6 @@ static_assert(kClassifyFlags == 156);
 // Offset between the complex and the real number of a kind in arrayFromBuffer.
 constexpr int32_t kComplexOffset = 10;
 
-// Each kind's format character, in kind order, maps to its position plus 3.
-const std::map<char, int32_t>& formatKindMap() {
-    static const std::map<char, int32_t> map = [] {
-        std::map<char, int32_t> built;
-        for (size_t k = 0; k < kKinds.size(); ++k) {
-            built.emplace(kKinds[k].formatChar, static_cast<int32_t>(k) + 3);
-        }
-        return built;
-    }();
-    return map;
-}
-
 // Releases an acquired view when it goes.
 struct ViewRelease {
     Py_buffer* view;
@@ -54,8 +41,8 @@ struct ViewRelease {
 }  // namespace
 
 std::optional<int32_t> formatToArrayType(char character) {
-    const auto& map = formatKindMap();
-    if (const auto found = map.find(character); found != map.end()) return found->second;
+    // A kind's real number in arrayFromBuffer is its position in the table plus 3.
+    if (const auto kind = kindOfFormatChar(character)) return static_cast<int32_t>(*kind) + 3;
     std::cerr << "Format character not found in enum: " << character << std::endl;
     return std::nullopt;
 }
@@ -122,11 +109,8 @@ PyObject* wrapArray(ArrayImpl* impl) {
 
 ArrayImpl* unwrapArray(PyObject* object) {
     // A foreign object would be read as an array object: refuse it like an unattached one.
-    MDACursor* cursor = isKerovaArray(object) ? cursorOf(object) : nullptr;
-    if (cursor == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    MDACursor* cursor = isKerovaArray(object) ? checkedCursor(object) : checkedCursor(nullptr);
+    if (cursor == nullptr) return nullptr;
     if (!cursor->m_store) {
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return nullptr;

@@ -28,12 +28,6 @@ namespace {
 // What flattenToRow takes out of the elements.
 enum class FlattenMode : int32_t { ALL = 0, REAL = 1, IMAG = 2 };
 
-MDACursor* checkedCursor(PyObject* self) {
-    MDACursor* cursor = cursorOf(self);
-    if (cursor == nullptr) PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-    return cursor;
-}
-
 // The elements of the whole store as a 1-by-N library array in storage order: all of
 // them for a real array, the real or the imaginary parts for a complex one. They are
 // copied from the library array, not from the mirror.

@@ -16,11 +16,8 @@ namespace kerova {
 // (class, ({} or {"is_complex": True}, nested list)). A partial array pickles what its
 // integer records select; a final slice is not consulted, its whole dimension is walked.
 PyObject* arrayReduce(PyObject* self, PyObject*) {
-    MDACursor* cursor = cursorOf(self);
-    if (cursor == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "object not initialized.");
-        return nullptr;
-    }
+    MDACursor* cursor = checkedCursor(self);
+    if (!cursor) return nullptr;
     const SupportedArrayEnum kind = cursor->m_supportedArrayEnum;
     const PyRef keywords = PyRef::steal(PyDict_New());
     if (!keywords) return nullptr;
