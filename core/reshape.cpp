@@ -119,6 +119,7 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
         return nullptr;
     }
     store.m_array = reshapeArray(std::move(store.m_array), dims);
+    store.m_storageHint = nullptr;
     std::vector<int64_t> oldShape = std::exchange(store.m_shape, std::move(dims));
     const int32_t oldNDim = std::exchange(store.m_nDim, static_cast<int32_t>(store.m_shape.size()));
     store.m_order = 'F';

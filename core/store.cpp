@@ -40,6 +40,7 @@ MDArrayWrapper::MDArrayWrapper(data::Array&& array, bool columnMajor)
 }
 
 void MDArrayWrapper::bindToArray() {
+    m_storageHint = nullptr;
     const std::vector<size_t> dims = m_array.dimensions();
     m_nDim = static_cast<int32_t>(dims.size());
     m_shape.assign(dims.begin(), dims.end());

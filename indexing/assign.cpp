@@ -76,20 +76,15 @@ void writeElement(MDArrayWrapper& store, int64_t linear, const T& value) {
     }
     // Random writes into a large array miss the cache twice, once in each copy. Where the
     // library array's storage is known from the last write to it, its element is fetched
-    // together with the mirror's; a stale guess costs nothing but the hint.
-    static const ArrayImpl* lastArray = nullptr;
-    static const char* lastStorage = nullptr;
-    if (inside && store.m_array.impl() == lastArray) {
-        prefetchAt<1>(lastStorage, linear * static_cast<int64_t>(sizeof(T)));
-    }
+    // together with the mirror's.
+    if (inside && store.m_storageHint) prefetchAt<1>(store.m_storageHint, linear * static_cast<int64_t>(sizeof(T)));
     apply_numeric_visitor(std::move(store.m_array), [&](auto&& typed) {
         using U = typed_element_t<decltype(typed)>;
         if constexpr (std::is_same_v<U, T>) {
             if (inside) {
                 const auto first = typed.begin();
                 *(first + static_cast<size_t>(linear)) = value;
-                lastArray = typed.impl();
-                lastStorage = reinterpret_cast<const char*>(first.pointer());
+                store.m_storageHint = reinterpret_cast<const char*>(first.pointer());
             }
         }
         store.m_array = std::move(typed);  // the handle that was written through

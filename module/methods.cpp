@@ -183,10 +183,10 @@ PyObject* getSize(PyObject* self, void*) {
     for (int64_t dimension = n + static_cast<int64_t>(beyond); dimension < store->m_nDim; ++dimension) {
         lengths.push_back(store->m_shape[static_cast<size_t>(dimension)]);
     }
-    // A cursor deeper than its store (after a reshape) makes the tuple fail as it always did.
+    // A cursor deeper than its store (after a reshape) makes the tuple fail.
     PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(store->m_nDim - n)));
     if (!tuple) return nullptr;
-    // Lengths go through a C long of 32 bits' worth, as the attribute always reported them.
+    // Lengths go through a C long of 32 bits: the attribute reports them so.
     for (size_t k = 0; k < lengths.size(); ++k) {
         PyObject* item = PyLong_FromLong(static_cast<int32_t>(lengths[k]));
         if (item == nullptr) {

@@ -49,7 +49,8 @@ void bindArrayClass() {
     }
 }
 
-// Step 5: returns false when a type could not be readied, which ends the type steps.
+// Readies the eleven array types and adds them to the module; false when one could not
+// be readied, and then the module goes on without the rest.
 bool addArrayTypes(PyObject* module) {
     for (int k = 0; k < kNumberOfKinds; ++k) {
         const auto kind = static_cast<SupportedArrayEnum>(k);
