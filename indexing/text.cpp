@@ -23,11 +23,12 @@
 #include <unistd.h>
 
 #include "core/cursor.h"
+#include "core/walker.h"
+#include "indexing/cursor_view.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slice_values.h"
 #include "indexing/slots.h"
-#include "indexing/walk_checks.h"
 #include "kinds/object.h"
 
 namespace kerova {
@@ -136,95 +137,84 @@ private:
     bool m_keepBlanks;
 };
 
-// The levels from `depth` on, whole, at the coordinates in front of them, in the order
-// and with the checks of the nested lists. The walk keeps its position in an odometer of
-// coordinates, not in native frames, so any number of dimensions can be written.
+// Writes the text of a walk: a bracket around each list, the elements of each
+// innermost level between commas.
 template <typename T>
-bool writeLevel(const MDArrayWrapper& store, const std::vector<int64_t>& prefix, size_t depth, ListText& text) {
-    const std::vector<int64_t>& shape = store.m_shape;
-    const size_t n = shape.size();
-    if (depth >= n) {
-        text.open();
-        text.close();
+class TextWriter {
+public:
+    TextWriter(const StridedView& view, ListText& text) : m_view(view), m_text(text) {}
+
+    bool enter(size_t, int64_t position) {
+        if (position > 0) m_text.separator();
+        m_text.open();
         return true;
     }
-    // Every entry of a level has the same length, so the first path down meets every
-    // length that the walk will meet.
-    // The brackets alone take two characters for every list of every level.
+
+    bool leaf(int64_t offset, size_t level) {
+        if (!m_view.data) return failText();
+        const char* element = m_view.at(offset);
+        const int64_t stride = m_view.strides[level];
+        for (int64_t i = 0; i < m_view.lengths[level]; ++i, element += stride) {
+            // Ahead along a row of a column-major store, one column per element.
+            prefetchAt(element, 8 * stride);
+            if (i > 0) m_text.separator();
+            if (!m_text.element<T>(element)) return failText();
+        }
+        return true;
+    }
+
+    bool leave(size_t, int64_t) {
+        m_text.close();
+        return true;
+    }
+
+private:
+    const StridedView& m_view;
+    ListText& m_text;
+};
+
+// The levels of `view` from `top` on, at `origin`, in the order and with the checks of
+// the nested lists.
+template <typename T>
+bool writeLevels(const StridedView& view, size_t top, int64_t origin, ListText& text) {
+    // Every entry of a level has the same length, so the lengths of the view are all the
+    // lengths that the walk will meet. The brackets alone take two characters for every
+    // list of every level.
     uint64_t lists = 1;
     uint64_t brackets = 0;
-    for (size_t d = depth; d < n; ++d) {
-        if (!listFits(shape[d])) return false;
+    for (size_t d = top; d < view.levels(); ++d) {
+        if (!listFits(view.lengths[d])) return false;
         brackets = saturatingAdd(brackets, saturatingMul(lists, 2));
-        if (shape[d] == 0) break;
-        lists = saturatingMul(lists, static_cast<uint64_t>(shape[d]));
+        if (view.lengths[d] == 0) break;
+        lists = saturatingMul(lists, static_cast<uint64_t>(view.lengths[d]));
     }
     text.reserveMore(brackets);
-    std::vector<int64_t> coordinates(prefix);  // the `depth` coordinates in front
-    coordinates.resize(n, 0);
-    size_t level = depth;
-    text.open();
-    for (;;) {
-        if (shape[level] > 0 && level + 1 < n) {  // into the first entry of the next level
-            coordinates[++level] = 0;
-            text.open();
-            continue;
-        }
-        if (shape[level] > 0) {  // the last level: the elements of one row
-            if (!store.m_buf) return failText();
-            const char* element = store.elementPointerUnchecked(coordinates.data(), level);
-            const int64_t stride = store.m_bytewiseStrides[level];
-            for (int64_t i = 0; i < shape[level]; ++i, element += stride) {
-                // Ahead along a row of a column-major store, one column per element.
-                prefetchAt(element, 8 * stride);
-                if (i > 0) text.separator();
-                if (!text.element<T>(element)) return failText();
-            }
-        }
-        // This level is written: close it and move on to the next entry of a level above.
-        text.close();
-        for (;;) {
-            if (level == depth) return true;
-            --level;
-            if (++coordinates[level] < shape[level]) break;
-            text.close();
-        }
-        text.separator();
-        coordinates[++level] = 0;
-        text.open();
-    }
+    TextWriter<T> writer(view, text);
+    return walkView(view, top, origin, 1, writer);
 }
 
 // The nested list's text, as cursorToList walks it; false with the error set.
 template <typename T>
 bool writeCursor(const MDACursor& cursor, ListText& text) {
-    bool ok = false;
-    std::vector<int64_t> coordinates = getIntegerIndices(cursor, ok);
-    if (!ok) return false;
-    const MDArrayWrapper& store = *cursor.m_store;
-    if (!cursor.endsInSlice()) {
-        const size_t depth = coordinates.size();
-        if (depth < store.m_shape.size() && !coordinatesFitStore(store, coordinates)) return false;
-        coordinates.reserve(store.m_shape.size());
-        return writeLevel<T>(store, coordinates, depth, text);
+    CursorView cursorView;
+    if (!viewOfCursor(cursor, cursorView)) return false;
+    const StridedView& view = cursorView.view;
+    if (view.levels() == 0) {
+        text.open();
+        text.close();
+        return true;
     }
+    if (!cursorView.endsInSlice) return writeLevels<T>(view, 0, view.origin, text);
 
-    FinalSliceWalk walk;
-    if (!prepareFinalSliceWalk(cursor, coordinates, walk) || !listFits(walk.count)) return false;
+    // The slice's positions: any item that can't be written fails the text as a whole.
+    if (!listFits(view.lengths[0])) return false;
     text.open();
-    for (int64_t k = 0; k < walk.count; ++k) {
-        const int64_t value = sliceValueAt(*walk.slice, k);
-        if (value < 0 || value >= walk.length) return failText();
+    int64_t offset = view.origin;
+    for (int64_t k = 0; k < view.lengths[0]; ++k, offset += view.strides[0]) {
+        if (k >= cursorView.inStore) return failText();
         if (k > 0) text.separator();
-        coordinates.push_back(value);
-        bool written = false;
-        if (coordinates.size() == static_cast<size_t>(store.m_nDim)) {
-            const char* element = store.elementPointerUnchecked(coordinates.data(), coordinates.size());
-            written = store.m_buf && text.element<T>(element);
-        } else {
-            written = writeLevel<T>(store, coordinates, static_cast<size_t>(walk.depth) + 1, text);
-        }
-        coordinates.pop_back();
+        const bool written = view.levels() == 1 ? view.data && text.element<T>(view.at(offset))
+                                                : writeLevels<T>(view, 1, offset, text);
         if (!written) return failText();
     }
     text.close();

@@ -5,165 +5,157 @@
 #include "indexing/to_list.h"
 
 #include <algorithm>
-#include <string>
 
 #include "core/py_ref.h"
+#include "core/walker.h"
+#include "indexing/cursor_view.h"
 #include "indexing/element_value.h"
-#include "indexing/index_ops.h"
-#include "indexing/slice_values.h"
-#include "indexing/walk_checks.h"
 
 namespace kerova {
 
 namespace {
 
-bool failFill() {
-    failListItem();
-    return false;
-}
-
-const char* addressOf(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates) {
-    return store.elementPointerUnchecked(coordinates.data(), coordinates.size());
-}
-
-// The last two levels, at `position` under the coordinates in front: `result` (of `rows`
-// entries) is filled with the rows, each a list of scalars. The elements are visited in
-// tiles of consecutive rows, column by column: in a column-major store the rows of one
-// column lie side by side, so the walk runs along memory instead of jumping a whole
-// column for every element.
+// Builds the lists of a walk: one open list per level on a stack, each put into its
+// place in the list above when it is complete. The innermost two levels are filled in
+// one go, in tiles of consecutive rows, column by column: in a column-major store the
+// rows of one column lie side by side, so the reads run along memory instead of jumping
+// a whole column for every element.
 template <typename T>
-bool fillRows(const MDArrayWrapper& store, const int64_t* coordinates, size_t position, PyObject* result,
-              int64_t rows) {
-    const int64_t columns = store.m_shape[position + 1];
-    for (int64_t i = 0; i < rows; ++i) {
-        PyObject* row = PyList_New(static_cast<Py_ssize_t>(columns));
-        if (!row) return failFill();
-        PyList_SET_ITEM(result, static_cast<Py_ssize_t>(i), row);
+class ListBuilder {
+public:
+    ListBuilder(const StridedView& view, size_t top) : m_view(view), m_top(top) {}
+
+    bool enter(size_t level, int64_t) {
+        m_open.push_back(PyRef::steal(PyList_New(static_cast<Py_ssize_t>(m_view.lengths[level]))));
+        if (m_open.back()) return true;
+        if (level > m_top) failListItem();  // the top list's own MemoryError stands
+        return false;
     }
-    if (columns == 0) return true;
-    if (!store.m_buf) return failFill();
-    const char* base = store.elementPointerUnchecked(coordinates, position);
-    const int64_t rowStride = store.m_bytewiseStrides[position];
-    const int64_t columnStride = store.m_bytewiseStrides[position + 1];
-    constexpr int64_t kTile = 16;
-    for (int64_t first = 0; first < rows; first += kTile) {
-        const int64_t end = std::min(rows, first + kTile);
-        for (int64_t j = 0; j < columns; ++j) {
-            const char* element = base + first * rowStride + j * columnStride;
-            for (int64_t i = first; i < end; ++i, element += rowStride) {
-                PyObject* item = elementToPython<T>(element);
-                if (!item) return failFill();  // unfilled entries are null, which a list may hold
-                PyList_SET_ITEM(PyList_GET_ITEM(result, i), static_cast<Py_ssize_t>(j), item);
+
+    bool leaf(int64_t offset, size_t level) {
+        PyObject* list = m_open.back().get();
+        if (level + 1 == m_view.levels()) return fillRow(list, offset, level);
+        return fillRows(list, offset, level);
+    }
+
+    bool leave(size_t level, int64_t position) {
+        if (level == m_top) return true;
+        PyObject* done = m_open.back().release();
+        m_open.pop_back();
+        PyList_SET_ITEM(m_open.back().get(), static_cast<Py_ssize_t>(position), done);
+        return true;
+    }
+
+    PyObject* result() { return m_open.back().release(); }
+
+private:
+    static bool fail() {
+        failListItem();
+        return false;
+    }
+
+    // One row of scalars.
+    bool fillRow(PyObject* list, int64_t offset, size_t level) {
+        if (!m_view.data) return fail();
+        const char* element = m_view.at(offset);
+        const int64_t stride = m_view.strides[level];
+        for (int64_t i = 0; i < m_view.lengths[level]; ++i, element += stride) {
+            PyObject* item = elementToPython<T>(element);
+            if (!item) return fail();
+            PyList_SET_ITEM(list, static_cast<Py_ssize_t>(i), item);
+        }
+        return true;
+    }
+
+    // The rows of the last two levels, each a list of scalars.
+    bool fillRows(PyObject* list, int64_t offset, size_t level) {
+        const int64_t rows = m_view.lengths[level];
+        const int64_t columns = m_view.lengths[level + 1];
+        for (int64_t i = 0; i < rows; ++i) {
+            PyObject* row = PyList_New(static_cast<Py_ssize_t>(columns));
+            if (!row) return fail();
+            PyList_SET_ITEM(list, static_cast<Py_ssize_t>(i), row);
+        }
+        if (columns == 0) return true;
+        if (!m_view.data) return fail();
+        const char* base = m_view.at(offset);
+        const int64_t rowStride = m_view.strides[level];
+        const int64_t columnStride = m_view.strides[level + 1];
+        constexpr int64_t kTile = 16;
+        for (int64_t first = 0; first < rows; first += kTile) {
+            const int64_t end = std::min(rows, first + kTile);
+            for (int64_t j = 0; j < columns; ++j) {
+                const char* element = base + first * rowStride + j * columnStride;
+                for (int64_t i = first; i < end; ++i, element += rowStride) {
+                    PyObject* item = elementToPython<T>(element);
+                    if (!item) return fail();  // unfilled entries are null, which a list may hold
+                    PyList_SET_ITEM(PyList_GET_ITEM(list, i), static_cast<Py_ssize_t>(j), item);
+                }
             }
         }
+        return true;
     }
-    return true;
-}
 
-// The last level: one row of scalars.
+    const StridedView& m_view;
+    size_t m_top;
+    std::vector<PyRef> m_open;
+};
+
+// The lists of the levels of `view` from `top` on, at `origin`.
 template <typename T>
-bool fillRow(const MDArrayWrapper& store, const int64_t* coordinates, size_t position, PyObject* result,
-             int64_t length) {
-    if (!store.m_buf) return failFill();
-    const char* element = store.elementPointerUnchecked(coordinates, position);
-    const int64_t stride = store.m_bytewiseStrides[position];
-    for (int64_t i = 0; i < length; ++i, element += stride) {
-        PyObject* item = elementToPython<T>(element);
-        if (!item) return failFill();
-        PyList_SET_ITEM(result, static_cast<Py_ssize_t>(i), item);
-    }
-    return true;
-}
-
-// The levels from `depth` on, whole, at the coordinates in front of them (`prefix`, of
-// `depth` entries). The lists under construction are kept on a stack, one per level,
-// and the position in an odometer of coordinates: no native frame per dimension, so
-// any number of dimensions can be walked.
-template <typename T>
-PyObject* listLevel(const MDArrayWrapper& store, const std::vector<int64_t>& prefix, size_t depth) {
-    const std::vector<int64_t>& shape = store.m_shape;
-    const size_t n = shape.size();
-    if (depth >= n) return PyList_New(0);
-    std::vector<int64_t> coordinates(prefix);
-    coordinates.resize(n, 0);
-    std::vector<PyRef> open;  // open[k]: the list of level depth + k
-    const auto openLevel = [&](size_t level) {
-        coordinates[level] = 0;
-        open.push_back(PyRef::steal(PyList_New(static_cast<Py_ssize_t>(shape[level]))));
-        return static_cast<bool>(open.back());
-    };
-    if (!openLevel(depth)) return nullptr;
-    size_t level = depth;
-    for (;;) {
-        PyObject* current = open.back().get();
-        if (shape[level] > 0) {
-            if (level + 2 < n) {  // into the first entry of the next level
-                if (!openLevel(++level)) return failListItem();
-                continue;
-            }
-            const bool filled = level + 2 == n ? fillRows<T>(store, coordinates.data(), level, current, shape[level])
-                                               : fillRow<T>(store, coordinates.data(), level, current, shape[level]);
-            if (!filled) return nullptr;
-        }
-        // This level's list is complete: it goes into its place in the level above, and
-        // the walk moves on to that level's next entry.
-        for (;;) {
-            if (level == depth) return open.back().release();
-            PyObject* done = open.back().release();
-            open.pop_back();
-            --level;
-            PyList_SET_ITEM(open.back().get(), static_cast<Py_ssize_t>(coordinates[level]), done);
-            if (++coordinates[level] < shape[level]) break;
-        }
-        if (!openLevel(++level)) return failListItem();
-    }
-}
-
-}  // namespace
-
-template <typename T>
-PyObject* listFromDepth(const MDACursor& cursor, std::vector<int64_t>& coordinates, size_t depth) {
-    const WalkHold hold(cursor.m_store);
-    const MDArrayWrapper& store = *cursor.m_store;
-    if (depth >= store.m_shape.size()) return PyList_New(0);
-    if (!coordinatesFitStore(store, coordinates)) return nullptr;
-    coordinates.reserve(store.m_shape.size());
-    return listLevel<T>(store, coordinates, depth);
+PyObject* listOfLevels(const StridedView& view, size_t top, int64_t origin) {
+    ListBuilder<T> builder(view, top);
+    if (!walkView(view, top, origin, 2, builder)) return nullptr;
+    return builder.result();
 }
 
 template <typename T>
-PyObject* cursorToList(const MDACursor& cursor) {
-    bool ok = false;
-    std::vector<int64_t> coordinates = getIntegerIndices(cursor, ok);
-    if (!ok) return nullptr;
-    if (!cursor.endsInSlice()) return listFromDepth<T>(cursor, coordinates, coordinates.size());
+PyObject* listOfView(const CursorView& cursorView) {
+    const StridedView& view = cursorView.view;
+    if (view.levels() == 0) return PyList_New(0);
+    if (!cursorView.endsInSlice) return listOfLevels<T>(view, 0, view.origin);
 
-    const WalkHold hold(cursor.m_store);
-    const MDArrayWrapper& store = *cursor.m_store;
-    FinalSliceWalk walk;
-    if (!prepareFinalSliceWalk(cursor, coordinates, walk)) return nullptr;
-    PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(walk.count)));
+    // The slice's positions: any item that can't be made fails the list as a whole.
+    PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(view.lengths[0])));
     if (!result) return nullptr;
-    for (int64_t k = 0; k < walk.count; ++k) {
-        const int64_t value = sliceValueAt(*walk.slice, k);
-        if (value < 0 || value >= walk.length) return failListItem();
-        coordinates.push_back(value);
+    int64_t offset = view.origin;
+    for (int64_t k = 0; k < view.lengths[0]; ++k, offset += view.strides[0]) {
+        if (k >= cursorView.inStore) return failListItem();
         PyObject* item = nullptr;
-        if (coordinates.size() == static_cast<size_t>(store.m_nDim)) {
-            if (store.m_buf) item = elementToPython<T>(addressOf(store, coordinates));
+        if (view.levels() == 1) {
+            if (view.data) item = elementToPython<T>(view.at(offset));
         } else {
-            item = listLevel<T>(store, coordinates, static_cast<size_t>(walk.depth) + 1);
+            item = listOfLevels<T>(view, 1, offset);
         }
-        coordinates.pop_back();
         if (!item) return failListItem();
         PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(k), item);
     }
     return result.release();
 }
 
-#define KEROVA_TO_LIST_INSTANCES(type, name)                       \
+template <typename T>
+PyObject* listOfCursor(const MDACursor& cursor, bool wholeLastDimension) {
+    const WalkHold hold(cursor.m_store);
+    CursorView view;
+    if (!viewOfCursor(cursor, view, wholeLastDimension)) return nullptr;
+    return listOfView<T>(view);
+}
+
+}  // namespace
+
+template <typename T>
+PyObject* cursorToList(const MDACursor& cursor) {
+    return listOfCursor<T>(cursor, false);
+}
+
+template <typename T>
+PyObject* integerRecordsToList(const MDACursor& cursor) {
+    return listOfCursor<T>(cursor, true);
+}
+
+#define KEROVA_TO_LIST_INSTANCES(type, name)                 \
     template PyObject* cursorToList<type>(const MDACursor&); \
-    template PyObject* listFromDepth<type>(const MDACursor&, std::vector<int64_t>&, size_t);
+    template PyObject* integerRecordsToList<type>(const MDACursor&);
 KEROVA_ELEMENT_TYPES(KEROVA_TO_LIST_INSTANCES)
 #undef KEROVA_TO_LIST_INSTANCES
 

@@ -14,7 +14,8 @@ namespace kerova {
 // error set.
 template <typename T>
 PyObject* cursorToList(const MDACursor& cursor);
+// The same with a final slice left out: its whole dimension is walked, as pickling does.
 template <typename T>
-PyObject* listFromDepth(const MDACursor& cursor, std::vector<int64_t>& coordinates, size_t depth);
+PyObject* integerRecordsToList(const MDACursor& cursor);
 
 }  // namespace kerova

@@ -25,9 +25,6 @@ PyObject* arrayReduce(PyObject* self, PyObject*) {
         PyErr_SetString(PyExc_RuntimeError, "unable to insert 'is_complex' value into dict.");
         return nullptr;
     }
-    bool ok = true;
-    std::vector<int64_t> coordinates = getIntegerIndices(*cursor, ok);
-    if (!ok) return nullptr;
     const data::Array array = cursor->m_store->m_array;
     const PyRef elements = PyRef::steal(apply_numeric_visitor(array, [&](const auto& typed) -> PyObject* {
         using T = typed_element_t<decltype(typed)>;
@@ -36,7 +33,7 @@ PyObject* arrayReduce(PyObject* self, PyObject*) {
             PyErr_SetString(PyExc_RuntimeError, "invalid type.");
             return nullptr;
         } else {
-            return listFromDepth<T>(*cursor, coordinates, coordinates.size());
+            return integerRecordsToList<T>(*cursor);
         }
     }));
     if (!elements) return nullptr;

@@ -162,6 +162,9 @@ def test_right_side_that_changes_the_target_during_the_walk(index, change, text,
     (lambda a: a[2**70:][0], (IndexError, "index has an invalid value: 0")),
     (lambda a: a[0][2**70:], "[]"),
     (lambda a: a[-2**70:][1], "[4,5,6]"),
+    # a row shorter or longer than the slice of a last dimension that it goes to
+    (lambda a: a[0].__setitem__(slice(0, 3), [1, 2]), (ValueError, SHAPES_DIFFER)),
+    (lambda a: a[1].__setitem__(slice(None, None, -2), [1, 2, 3]), (ValueError, SHAPES_DIFFER)),
     # right sides that lie about their length write nothing
     *((lambda a, i=i: a.__setitem__(i, Lying([[5, 6, 7]] * 2, 3)), (RuntimeError, NULL_DATA))
       for i in (0, slice(0, 1), slice(None))),
