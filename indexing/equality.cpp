@@ -20,6 +20,7 @@
 
 #include "core/cursor.h"
 #include "core/py_ref.h"
+#include "core/view.h"
 #include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
@@ -198,15 +199,11 @@ int elementsEqual(const char* pa, const char* pb) noexcept {
     }
 }
 
-// A walk whose items all lie in its store, seen as a strided box: the positions of the
+// A walk whose items all lie in its store, seen as a strided view: the positions of the
 // walked dimension form an arithmetic progression and every sub-array item walks the
 // remaining dimensions whole. Level 0 is the walked dimension, then one level per
 // remaining dimension.
-struct Box {
-    const char* base = nullptr;
-    Coordinates lengths;
-    Coordinates strides;
-};
+using Box = StridedView;
 
 // The box of a walk that has not yet moved; false when some item would fall outside the
 // store (after a reshape), where only the step-by-step walk tells what happens.
@@ -224,11 +221,11 @@ bool boxOf(const Walk& walk, Box& box) {
         const int64_t last = c + (count - 1) * (moves ? bounds.step : 0);
         const int64_t length = store.m_shape[depth];
         if (c < 0 || c >= length || last < 0 || last >= length) return false;
-        const char* base = store.elementPointerUnchecked(walk.coordinates.data(), depth + 1);
         for (size_t k = 0; k < depth; ++k) {
             if (walk.coordinates[k] < 0 || walk.coordinates[k] >= store.m_shape[k]) return false;
         }
-        box.base = base;
+        box.data = store.m_buf;
+        for (size_t k = 0; k <= depth; ++k) box.origin += store.m_bytewiseStrides[k] * walk.coordinates[k];
         box.strides.push_back(store.m_bytewiseStrides[depth] * (moves ? bounds.step : 0));
     } else {
         box.strides.push_back(0);
@@ -321,7 +318,8 @@ Outcome nativeWalksEqual(Walk& a, Walk& b) {
         std::stable_sort(levels.begin(), levels.end(), [](const Level& x, const Level& y) {
             return std::abs(x.strideA) < std::abs(y.strideA);
         });
-        const bool equal = levelsEqual<Ta, Tb>(boxA.base, boxB.base, levels.data(), levels.size() - 1);
+        const bool equal =
+            levelsEqual<Ta, Tb>(boxA.at(boxA.origin), boxB.at(boxB.origin), levels.data(), levels.size() - 1);
         return equal ? Outcome::EQUAL : Outcome::UNEQUAL;
     }
     auto compare = [](const char* pa, const char* pb) { return elementsEqual<Ta, Tb>(pa, pb); };
