@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "data_array/data_array.h"
+#include "data_array/array.h"
 
 namespace kerova {
 

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "data_array/data_array.h"
+#include "data_array/array.h"
 
 namespace kerova {
 

@@ -10,7 +10,7 @@
 #include "core/barrier.h"
 #include "core/cursor.h"
 #include "core/py_ref.h"
-#include "data_array/data_array.h"
+#include "data_array/array.h"
 #include "kinds/object.h"
 #include "module/slots.h"
 

@@ -13,6 +13,7 @@
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "core/reshape.h"
+#include "data_array/raw_buffer.h"
 #include "indexing/index_ops.h"
 #include "indexing/iterator.h"
 #include "kinds/numeric_visitor.h"
