@@ -4,35 +4,17 @@
 #include <cstring>
 #include <new>
 
-#include <sys/mman.h>
-
+#include "data_array/block_memory.h"
 #include "kinds/numeric_visitor.h"
 
 namespace kerova {
 
-namespace {
-
-// A mirror from this size on is placed on huge-page boundaries and the kernel is asked
-// to back it with huge pages: it is filled in full, and random reads and writes into it
-// then miss the address cache far less often. Freed with std::free like any other.
-constexpr size_t kHugePageSize = size_t{2} << 20;
-constexpr size_t kHugeBlockMin = size_t{4} << 20;
-
-char* allocateMirror(size_t sizeInBytes) {
-    if (sizeInBytes < kHugeBlockMin) return static_cast<char*>(std::malloc(sizeInBytes ? sizeInBytes : 1));
-    void* data = nullptr;
-    if (posix_memalign(&data, kHugePageSize, sizeInBytes) != 0) return nullptr;
-    madvise(data, sizeInBytes, MADV_HUGEPAGE);  // advice: refused, the block is as good
-    return static_cast<char*>(data);
-}
-
-}  // namespace
-
-MirrorBlock::MirrorBlock(size_t sizeInBytes) : m_data(allocateMirror(sizeInBytes)), m_size(sizeInBytes) {
+MirrorBlock::MirrorBlock(size_t sizeInBytes)
+    : m_data(static_cast<char*>(data::blocks::allocate(sizeInBytes ? sizeInBytes : 1, false))), m_size(sizeInBytes) {
     if (!m_data) throw std::bad_alloc();
 }
 
-MirrorBlock::~MirrorBlock() { std::free(m_data); }
+MirrorBlock::~MirrorBlock() { data::blocks::release(m_data); }
 
 MDArrayWrapper::MDArrayWrapper(data::Array&& array, bool columnMajor)
     : m_array(std::move(array)), m_order(columnMajor ? 'F' : 'C') {

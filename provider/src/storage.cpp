@@ -5,8 +5,7 @@
 #include <cstring>
 #include <limits>
 
-#include <sys/mman.h>
-
+#include "data_array/block_memory.h"
 #include "data_array/element_types.h"
 #include "provider.h"
 
@@ -32,28 +31,6 @@ static_assert(kKinds[static_cast<std::size_t>(data::ArrayType::LOGICAL)].size ==
 // Deleter of blocks whose caller did not hand one in: they stay the caller's.
 void keepBlock(void*) noexcept {}
 
-// Blocks from this size on are placed on huge-page boundaries and the kernel is asked
-// to back them with huge pages: they are filled and walked in full, and random access
-// into them then misses the address cache far less often.
-constexpr std::size_t kHugePageSize = std::size_t{2} << 20;
-constexpr std::size_t kHugeBlockMin = std::size_t{4} << 20;
-
-// Memory for a block of `bytes`, released with std::free; null if it can't be had.
-void* allocateBytes(std::size_t bytes, bool zeroed) noexcept {
-    if (bytes < kHugeBlockMin) {
-        return zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
-    }
-    void* data = nullptr;
-    if (posix_memalign(&data, kHugePageSize, bytes) != 0) {
-        return nullptr;
-    }
-    madvise(data, bytes, MADV_HUGEPAGE);  // advice: refused, the block is as good
-    if (zeroed) {
-        std::memset(data, 0, bytes);
-    }
-    return data;
-}
-
 }  // namespace
 
 const KindInfo* kindInfo(int type) noexcept {
@@ -63,7 +40,7 @@ const KindInfo* kindInfo(int type) noexcept {
     return &kKinds[type];
 }
 
-void freeBlock(void* data) noexcept { std::free(data); }
+void freeBlock(void* data) noexcept { data::blocks::release(data); }
 
 Block allocateBlock(std::size_t count, std::size_t elementSize, bool zeroed) {
     if (elementSize != 0 && count > std::numeric_limits<std::size_t>::max() / elementSize) {
@@ -72,7 +49,7 @@ Block allocateBlock(std::size_t count, std::size_t elementSize, bool zeroed) {
     // An empty block is still a distinct, valid block: ask for one byte.
     const std::size_t bytes = count * elementSize == 0 ? 1 : count * elementSize;
     // malloc's alignment covers every element type, complex double included.
-    void* data = allocateBytes(bytes, zeroed);
+    void* data = data::blocks::allocate(bytes, zeroed);
     if (data == nullptr) {
         throw std::bad_alloc();
     }

@@ -12,7 +12,7 @@ endfunction()
 set(_dir ${CMAKE_CURRENT_SOURCE_DIR})
 # Our library: every operation.
 kerova_data_test(data_real_test KerovaDataArray
-  ${_dir}/data_array_test.cpp ${_dir}/data_errors_test.cpp ${_dir}/data_gather_test.cpp)
+  ${_dir}/data_array_test.cpp ${_dir}/data_errors_test.cpp ${_dir}/data_gather_test.cpp ${_dir}/data_blocks_test.cpp)
 # An older library: numbers 1 to 96 only, so every newer operation takes its fallback.
 kerova_data_test(data_legacy_test kerova_provider_impl ${_dir}/data_array_test.cpp ${_dir}/fakes/legacy_provider.cpp)
 # A newer library without the operations that the newer ones replace.

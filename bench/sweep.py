@@ -1,0 +1,106 @@
+"""Ratios kerova / reference for each workload at every size, from 10^2 to 10^7 elements.
+
+    python bench/sweep.py                 # 10^2 .. 10^7 elements
+    python bench/sweep.py --quick         # 10^2 .. 10^5, fewer repeats
+    python bench/sweep.py --only clone str
+
+A ratio at one size hides allocator, cache and fixed costs at the others, so every
+workload runs on square arrays of each size, against its reference in the same run.
+Each time is the median of several samples, a sample repeating the call until it takes
+a few milliseconds. A ratio above the workload's target is marked with '*'.
+"""
+
+import argparse
+import pickle
+import random
+import statistics
+import time
+
+import numpy
+
+import kerova
+
+TARGETS = {
+    "F buffer -> double": 2.0, "C buffer -> double": 1.5, "nested floats -> double": 0.5, "clone()": 1.0,
+    "a == b": 1.0, "numpy.asarray(a)": 1.2, "iterate": 0.7, "random reads": 0.7, "pickle round trip": 1.6,
+    "str(a)": 1.2,
+}
+
+
+def timed(fn, repeats):
+    """Median seconds per call; each sample runs the call until it took at least 5 ms."""
+    calls, elapsed = 1, 0.0
+    while True:
+        start = time.perf_counter()
+        for _ in range(calls):
+            fn()
+        elapsed = time.perf_counter() - start
+        if elapsed >= 5e-3:
+            break
+        calls *= 2 if elapsed == 0 else max(2, min(100, int(5e-3 / elapsed) + 1))
+    samples = [elapsed / calls]
+    for _ in range(repeats - 1):
+        start = time.perf_counter()
+        for _ in range(calls):
+            fn()
+        samples.append((time.perf_counter() - start) / calls)
+    return statistics.median(samples)
+
+
+def pairs(side):
+    """(workload, kerova call, reference call) for square arrays of `side` x `side`."""
+    x = numpy.arange(side * side, dtype=numpy.float64).reshape(side, side) + 0.5
+    f = numpy.asfortranarray(x)
+    floats = x.tolist()
+    floats_copy = [[v + 0.0 for v in row] for row in floats]
+    a, b = kerova.double(floats), kerova.double(floats)
+    view = memoryview(x)
+    rng = random.Random(1)
+    positions = [(rng.randrange(side), rng.randrange(side)) for _ in range(1000)]
+
+    def reads(target):
+        for i, j in positions:
+            target[i][j]
+
+    def iterate(target):
+        for row in target:
+            for _ in row:
+                pass
+
+    return [
+        ("F buffer -> double", lambda: kerova.double(f), lambda: f.copy(order="F")),
+        ("C buffer -> double", lambda: kerova.double(x), lambda: numpy.array(x, order="F")),
+        ("nested floats -> double", lambda: kerova.double(floats), lambda: numpy.array(floats)),
+        ("clone()", a.clone, lambda: f.copy(order="F")),
+        ("a == b", lambda: a == b, lambda: floats == floats_copy),
+        ("numpy.asarray(a)", lambda: numpy.asarray(a), lambda: numpy.asarray(view)),
+        ("iterate", lambda: iterate(a), lambda: iterate(x)),
+        ("random reads", lambda: reads(a), lambda: reads(x)),
+        ("pickle round trip", lambda: pickle.loads(pickle.dumps(a)), lambda: pickle.loads(pickle.dumps(floats))),
+        ("str(a)", lambda: str(a), lambda: str(floats)),
+    ]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--quick", action="store_true", help="sizes up to 10^5, three samples")
+    parser.add_argument("--only", nargs="+", metavar="WORD", help="workloads whose name holds one of these words")
+    args = parser.parse_args()
+    exponents = range(2, 6) if args.quick else range(2, 8)
+    repeats = 3 if args.quick else 5
+    sides = {e: round(10 ** (e / 2)) for e in exponents}
+
+    rows = {}
+    for e, side in sides.items():
+        for name, ours, reference in pairs(side):
+            if args.only and not any(word in name for word in args.only):
+                continue
+            rows.setdefault(name, {})[e] = timed(ours, repeats) / timed(reference, repeats)
+    print(f"{'workload':26} {'target':>6}" + "".join(f"{'1e%d' % e:>8}" for e in exponents))
+    for name, ratios in rows.items():
+        cells = "".join(f"{ratios[e]:7.2f}{'*' if ratios[e] > TARGETS[name] else ' '}" for e in exponents)
+        print(f"{name:26} {TARGETS[name]:6.1f}{cells}")
+
+
+if __name__ == "__main__":
+    main()
