@@ -8,6 +8,7 @@
 
 #include "construction/constructor_arguments.h"
 #include "construction/initializer.h"
+#include "core/factory.h"
 #include "data_array/data_array.h"
 
 namespace kerova {
@@ -28,7 +29,7 @@ template <typename T>
 data::Array buildArray(const ConstructorArguments& arguments, bool& ok) {
     MDAInitializer<T> initializer;
     data::buffer_ptr_t<T> buffer = initializer.fromArguments(arguments, ok);
-    data::ArrayFactory factory;
+    data::ArrayFactory& factory = sharedFactory();
     if (!ok) return zeroScalar<T>(factory);
     // Data met in row order is brought into column-major order on the way; fewer than
     // two elements, or none held in the scratch store (size alone, `vector`), are

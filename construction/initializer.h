@@ -25,6 +25,7 @@
 
 #include "construction/constructor_arguments.h"
 #include "construction/scalar_conversion.h"
+#include "core/factory.h"
 #include "data_array/data_array.h"
 #include "kinds/element_kinds.h"
 
@@ -104,7 +105,7 @@ private:
 
     std::vector<uint64_t> m_size;
     std::vector<uint64_t> m_dims;
-    data::ArrayFactory m_factory;
+    data::ArrayFactory& m_factory = sharedFactory();
     uint64_t m_numElements = 0;
     bool m_isVector = false;
     bool m_hasInitializer = false;

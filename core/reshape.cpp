@@ -9,6 +9,7 @@
 
 #include "core/cursor.h"
 #include "core/dimension_list.h"
+#include "core/factory.h"
 #include "core/py_ref.h"
 #include "kinds/numeric_visitor.h"
 #include "kinds/object.h"
@@ -44,7 +45,7 @@ int64_t elementCount(const std::vector<int64_t>& dims, bool& fits) {
 // buffer to the new array without a copy.
 data::Array reshapeArray(data::Array&& array, const std::vector<int64_t>& dims) {
     const std::vector<size_t> newDims(dims.begin(), dims.end());
-    data::ArrayFactory factory;
+    data::ArrayFactory& factory = sharedFactory();
     return apply_numeric_visitor(std::move(array), [&](auto&& typed) -> data::Array {
         using T = typed_element_t<decltype(typed)>;
         return factory.template createArrayFromBuffer<T>(newDims, typed.releaseBuffer(),

@@ -36,12 +36,18 @@ void MDArrayWrapper::bindToArray() {
     refreshMirror();
 }
 
+// The contiguous strides of the shape in the store's order, as the interpreter's
+// PyBuffer_FillContiguousStrides gives them (its products wrap likewise, for the huge
+// lengths that only an empty array can have).
 void MDArrayWrapper::computeStrides() {
-    std::vector<Py_ssize_t> shape(m_shape.begin(), m_shape.end());
-    std::vector<Py_ssize_t> strides(m_nDim, 0);
-    PyBuffer_FillContiguousStrides(m_nDim, shape.data(), strides.data(), static_cast<int>(m_elemSizeInBytes),
-                                   m_order);
-    m_bytewiseStrides.assign(strides.begin(), strides.end());
+    const size_t n = m_shape.size();
+    m_bytewiseStrides.assign(n, 0);
+    uint64_t stride = static_cast<uint64_t>(m_elemSizeInBytes);
+    for (size_t i = 0; i < n; ++i) {
+        const size_t k = m_order == 'F' ? i : n - 1 - i;
+        m_bytewiseStrides[k] = static_cast<int64_t>(stride);
+        stride *= static_cast<uint64_t>(m_shape[k]);
+    }
 }
 
 void MDArrayWrapper::refreshMirror() {

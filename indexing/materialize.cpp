@@ -11,6 +11,7 @@
 
 #include "construction/initializer.h"
 #include "core/cursor.h"
+#include "core/factory.h"
 #include "core/py_ref.h"
 #include "indexing/to_list.h"
 #include "kinds/numeric_visitor.h"
@@ -50,7 +51,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
             dims.assign(whole.begin(), whole.end());
             dims[0] = 0;
         }
-        data::ArrayFactory factory;
+        data::ArrayFactory& factory = sharedFactory();
         return data::Array(data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), factory,
                                                           std::move(dims), count));
     }

@@ -11,6 +11,7 @@
 
 #include "core/barrier.h"
 #include "core/cursor.h"
+#include "core/factory.h"
 #include "core/py_ref.h"
 #include "core/reshape.h"
 #include "data_array/raw_buffer.h"
@@ -70,7 +71,7 @@ PyObject* flattened(PyObject* self, FlattenMode mode) {
     if (cursor == nullptr) return nullptr;
     PyRef result = PyRef::steal(newArrayObject(cursor->m_supportedArrayEnum));
     if (!result) return nullptr;  // the object and all below are released on every failure
-    data::ArrayFactory factory;
+    data::ArrayFactory& factory = sharedFactory();
     if (mode == FlattenMode::ALL && cursor->m_isComplex) {
         PyErr_SetString(PyExc_ValueError, "noncomplex() must not be called on a complex array.");
         return nullptr;

@@ -7,6 +7,9 @@
 # run against that build (its stage/ before the installed package on the path), and gcovr
 # reads the counters back.
 #
+# The counters are updated atomically: the threaded tests would otherwise race on them
+# and leave counts that gcov reads back as negative.
+#
 # Branch counts leave out what the compiler invents rather than what the code decides:
 # gcovr's --exclude-throw-branches drops the edges that exist only because a call may
 # throw, and --exclude-unreachable-branches drops branches on lines that carry no code
@@ -26,14 +29,18 @@ python -m gcovr --version >/dev/null 2>&1 ||
     python -m pip install -q --disable-pip-version-check gcovr
 
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_EXE_LINKER_FLAGS=--coverage \
+    "-DCMAKE_CXX_FLAGS=--coverage -fprofile-update=atomic" -DCMAKE_EXE_LINKER_FLAGS=--coverage \
     -DCMAKE_SHARED_LINKER_FLAGS=--coverage -DCMAKE_MODULE_LINKER_FLAGS=--coverage \
     -DKEROVA_EXTENSION=ON -DKEROVA_NATIVE_TESTS=ON >/dev/null
 # Counters add up across runs, and those of objects since rebuilt no longer fit them:
 # start from zero, also before the build, whose test discovery runs the GoogleTest binaries.
 find "$build" -name '*.gcda' -delete 2>/dev/null || true
+# Objects of sources since moved or removed would be read back as well: they go, with
+# their notes files.
+ninja -C "$build" -t cleandead >/dev/null
 cmake --build "$build" -j2
 find "$build" -name '*.gcda' -delete
+find "$build" -name '*.gcno' | while read -r notes; do [ -f "${notes%.gcno}.o" ] || rm -f "$notes"; done
 
 echo "== native tests (GoogleTest)"
 status=0
