@@ -23,6 +23,7 @@
 # Arguments are passed on to pytest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/build_env.sh
 
 build=build/coverage
 python -m gcovr --version >/dev/null 2>&1 ||
@@ -38,13 +39,13 @@ find "$build" -name '*.gcda' -delete 2>/dev/null || true
 # Objects of sources since moved or removed would be read back as well: they go, with
 # their notes files.
 ninja -C "$build" -t cleandead >/dev/null
-cmake --build "$build" -j2
+cmake --build "$build"
 find "$build" -name '*.gcda' -delete
 find "$build" -name '*.gcno' | while read -r notes; do [ -f "${notes%.gcno}.o" ] || rm -f "$notes"; done
 
 echo "== native tests (GoogleTest)"
 status=0
-ctest --test-dir "$build" -j2 --output-on-failure >"$build/ctest.log" 2>&1 || status=$?
+ctest --test-dir "$build" -j "$CMAKE_BUILD_PARALLEL_LEVEL" --output-on-failure >"$build/ctest.log" 2>&1 || status=$?
 tail -n 3 "$build/ctest.log"
 
 echo "== behaviour tests (pytest)"

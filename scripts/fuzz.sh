@@ -11,6 +11,7 @@
 #   bash scripts/fuzz.sh 0 build/fuzz/crashes/crash-...
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/build_env.sh
 
 seconds=${1:-300}
 shift || true
@@ -42,7 +43,7 @@ flags="-fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=function,vptr"
 flags+=" -fno-sanitize-recover=undefined -fno-omit-frame-pointer"
 CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKEROVA_SANITIZE=OFF -DCMAKE_CXX_FLAGS="$flags" -Wno-dev >/dev/null
-nice cmake --build build/fuzz -j2
+nice cmake --build build/fuzz
 
 mkdir -p build/fuzz/corpus build/fuzz/crashes
 # Files among the arguments are inputs to replay; otherwise the corpus is fuzzed.

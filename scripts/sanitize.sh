@@ -5,9 +5,10 @@
 # on to pytest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/build_env.sh
 
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEROVA_SANITIZE=ON >/dev/null
-cmake --build build/asan -j2
+cmake --build build/asan
 
 reports="$PWD/build/asan/reports"
 rm -rf "$reports" && mkdir -p "$reports"

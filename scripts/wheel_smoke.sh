@@ -5,6 +5,7 @@
 # NumPy comes from the system site (the venv is made with --system-site-packages).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/build_env.sh
 source_tree=$(pwd)
 
 work=$(mktemp -d)
@@ -12,8 +13,7 @@ trap 'rm -rf "$work"' EXIT
 
 echo "== wheel: build"
 # A build directory of its own, so that the wheel never mixes with an editable build.
-CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-2} \
-  python -m pip wheel . -q --disable-pip-version-check --no-build-isolation --no-deps \
+python -m pip wheel . -q --disable-pip-version-check --no-build-isolation --no-deps \
   -C build-dir=build/wheel -w "$work/dist"
 wheel=$(ls "$work"/dist/kerova-*.whl)
 echo "built $(basename "$wheel")"

@@ -2,7 +2,14 @@
 
 The eleven array classes live in the extension module ``kerovamultidimarrayforpython``;
 this package re-exports them under the names that pickling and ``repr`` use.
+
+The user guide covers constructing, indexing, assignment, NumPy, pickling, the capsule
+for native code and the exceptions: ``guide.md`` beside this file in an installed
+package (``kerova.GUIDE`` is its path), ``docs/guide.md`` in the source tree.
+``python -m kerova`` gives a short tour.
 """
+
+import os as _os
 
 from kerovamultidimarrayforpython import (  # noqa: F401
     ShapeError,
@@ -19,6 +26,11 @@ from kerovamultidimarrayforpython import (  # noqa: F401
     uint32,
     uint64,
 )
+
+#: Where the user guide lies: installed beside the package, or in the source tree.
+GUIDE = next((p for p in (_os.path.join(_os.path.dirname(__file__), "guide.md"),
+                          _os.path.join(_os.path.dirname(__file__), "..", "..", "docs", "guide.md"))
+              if _os.path.exists(p)), "docs/guide.md")
 
 __all__ = [
     "double", "single", "int8", "uint8", "int16", "uint16",

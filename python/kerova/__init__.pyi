@@ -109,6 +109,8 @@ class ShapeError(Exception): ...
 # The same number of elements in a different shape: an initializer against 'size'.
 class SizeError(Exception): ...
 
+GUIDE: str
+
 __all__ = [
     "double",
     "single",

@@ -4,6 +4,7 @@ Every line of the tour is run as a user would type it at the interpreter prompt,
 what comes back is printed under it; a line that raises prints its exception instead.
 """
 
+import os
 import pickle
 import sys
 import textwrap
@@ -161,6 +162,7 @@ def main():
         "a < a",
     ], ns)
     print()
+    print(f"More in the user guide: {os.path.normpath(kerova.GUIDE)}")
     return 0
 
 
