@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 #include "core/cursor.h"
 #include "kinds/object.h"
 
@@ -20,11 +22,13 @@ namespace kerova {
 namespace {
 
 // What one export holds, in view->internal from getbuffer to releasebuffer.
+// Up to four dimensions it is one allocation.
 struct ExportRecord {
+    using Lengths = boost::container::small_vector<Py_ssize_t, 4>;
     std::shared_ptr<MDArrayWrapper> store;  // the store whose m_exports this export raised
     std::shared_ptr<MirrorBlock> mirror;
-    std::vector<Py_ssize_t> shape;
-    std::vector<Py_ssize_t> strides;
+    Lengths shape;
+    Lengths strides;
 };
 
 // Fails the export after the view was filled: the protocol wants obj null then.
@@ -74,7 +78,7 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
     view->readonly = store->m_isReadOnly;
     view->format = nullptr;
     if ((flags & PyBUF_FORMAT) != 0) {
-        const char* format = formatOfType(store->m_array.type());
+        const char* format = store->m_format;
         if (format == nullptr) return refuse(view, PyExc_ValueError, "format field is null.");
         view->format = const_cast<char*>(format);
     }

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "data_array/block_memory.h"
+#include "kinds/element_kinds.h"
 #include "kinds/numeric_visitor.h"
 
 namespace kerova {
@@ -30,6 +31,7 @@ void MDArrayWrapper::bindToArray() {
         using T = typed_element_t<decltype(typed)>;
         return static_cast<int64_t>(sizeof(T));
     });
+    m_format = formatOfType(m_array.type());
     computeStrides();
     m_numElems = static_cast<int64_t>(m_array.numberOfElements());
     m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;
