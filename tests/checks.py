@@ -1,7 +1,9 @@
-"""Checks shared by the test modules."""
+"""Checks and helpers shared by the test modules."""
 
 import math
 import re
+import subprocess
+import sys
 
 import pytest
 
@@ -31,6 +33,38 @@ def check(action, expected):
         assert str(action()) == expected
     else:
         raises(action, *expected)
+
+
+def python(*arguments, quiet=False, **options):
+    """The output of a child interpreter run with `arguments`, which must exit cleanly (and, if
+    `quiet`, print no error text); `options` go to subprocess.run."""
+    done = subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=300, **options)
+    assert done.returncode == 0 and not (quiet and done.stderr), done.stderr[-2000:]
+    return done.stdout
+
+
+class Lying:
+    """A sequence of `items` whose __len__ answers `length` (a number, a list of answers given
+    in turn, a function to call, or an exception to raise), whose missing items raise `error`,
+    and whose first read runs `action`."""
+
+    def __init__(self, items, length, error=IndexError, action=None):
+        self.items, self.length, self.error, self.action = list(items), length, error, action
+
+    def __len__(self):
+        if isinstance(self.length, BaseException):
+            raise self.length
+        if isinstance(self.length, list):
+            return self.length.pop(0) if len(self.length) > 1 else self.length[0]
+        return self.length() if callable(self.length) else self.length
+
+    def __getitem__(self, i):
+        action, self.action = self.action, None
+        if action:
+            action()
+        if 0 <= i < len(self.items):
+            return self.items[i]
+        raise self.error(i)
 
 
 def values(x):

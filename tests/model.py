@@ -197,7 +197,7 @@ def parse_size(size):
 
 
 def construct(kind, initializer=None, size=None, vector=None, is_complex=ABSENT):
-    """The view that kerova.<kind>(...) gives, all arguments passed by keyword."""
+    """The view that kerova.<kind>(...) gives, all arguments passed by keyword, not both initializer and vector."""
     if is_complex is not ABSENT and type(is_complex) is not bool:
         raise TypeError("value passed to 'is_complex' must be a bool.")
     cplx = is_complex is True
@@ -205,8 +205,6 @@ def construct(kind, initializer=None, size=None, vector=None, is_complex=ABSENT)
         raise TypeError("logical arrays must not be complex.")
     if initializer is None and size is None and vector is None:
         return View(Store(kind, cplx, [0, 0], []))
-    if initializer is not None and vector is not None:
-        raise TypeError("initializer and 'vector' must not both be specified.")
     sizes = parse_size(size) if size is not None else []
     if initializer is None and vector is None:
         return View(Store(kind, cplx, sizes, [convert(kind, cplx, 0, True)] * prod(sizes)))
@@ -255,8 +253,11 @@ class Store:
         return complex(*x) if self.is_complex else x
 
     def write(self, coords, value):
-        """A write beyond the elements (an empty store's) does nothing."""
+        """A write beyond the elements (an empty store's) does nothing; one before the first
+        element (a region that runs below 0) is refused."""
         linear = self.linear(coords)
+        if linear < 0:
+            raise RuntimeError("unable to set value.")
         if linear < len(self.data):
             self.data[linear] = value
 
@@ -411,7 +412,7 @@ class View:
             return [View(st, self.ints + [p]) for p in positions]
         return [st.at(self.ints + [p]) for p in positions]
 
-    def reshape(self, *args, **kwargs):
+    def reshape(self, *args):
         if self.ints:
             raise RuntimeError("reshape() not supported for a partial array.")
         seq = args[0] if len(args) == 1 else args
@@ -422,8 +423,6 @@ class View:
         if prod(dims) != len(self.store.data):
             raise ShapeError("number of elements specified by arguments to reshape() (%d) does not match "
                              "current number (%d)." % (prod(dims), len(self.store.data)))
-        if kwargs:
-            raise ValueError("reshape() does not accept keyword arguments.")
         self.store.shape = dims
         return self
 

@@ -3,14 +3,13 @@
 import ctypes
 import gc
 import os
-import subprocess
 import sys
 
 import numpy as np
 import pytest
 
 import kerova
-from checks import incompatible, raises
+from checks import incompatible, python, raises
 from model import KINDS
 from support.consumer import Capi, Provider
 from support.exporter import Exporter
@@ -55,8 +54,7 @@ def test_destroy_object_ends_the_array_and_releases_its_storage_once():
     env = {**os.environ, "PYTHONMALLOC": "debug", "PYTHONPATH": path}
     if "ASAN_OPTIONS" in env:  # the interpreter keeps its debug-allocated blocks at exit
         env["ASAN_OPTIONS"] += ":detect_leaks=0"
-    run = subprocess.run([sys.executable, "-c", DESTROY], capture_output=True, text=True, timeout=120, env=env)
-    assert run.returncode == 0 and "Fatal Python error" not in run.stderr, run.stderr
+    python("-c", DESTROY, env=env)
 
 
 @pytest.mark.parametrize("number", [1, 2, 23])

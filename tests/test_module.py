@@ -3,8 +3,6 @@ tour that `python -m kerova` runs."""
 
 import ctypes
 import pickle
-import subprocess
-import sys
 import textwrap
 
 import pytest
@@ -12,7 +10,7 @@ import pytest
 import kerova
 import kerovamultidimarrayforpython as ext
 import kvexceptions
-from checks import raises
+from checks import python, raises
 from model import KINDS
 
 
@@ -44,16 +42,10 @@ def test_exception_types(name):
     assert type(pickle.loads(pickle.dumps(exc("message")))) is exc
 
 
-def run(*arguments):
-    done = subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=120)
-    assert done.returncode == 0 and done.stderr == "", done.stderr
-    return done.stdout
-
-
 def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
     # The import machinery replaces an init error by a SystemError, so the entry is
     # called directly: PyDLL raises whatever error the call left set.
-    assert run("-c", textwrap.dedent(f"""
+    assert python("-c", textwrap.dedent(f"""
         import ctypes, sys, types
         fake = types.ModuleType("array")
         fake.array = 5
@@ -64,7 +56,7 @@ def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
             entry()
         except RuntimeError as error:
             print(error)
-    """)) == "array.array class is not callable.\n"
+    """), quiet=True) == "array.array class is not callable.\n"
 
 
 @pytest.mark.parametrize("command, landmark", [
@@ -75,7 +67,7 @@ def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
 ])
 def test_tour_runs_to_the_end(command, landmark):
     """`python -m kerova`, the README's main command."""
-    shown = run(*command)
+    shown = python(*command, quiet=True)
     # A value, a refused tuple index, the NumPy part and the last section all show.
     assert ">>> a[1][2]\n    6.0\n" in shown and "RuntimeError: index is not an integer or slice." in shown
     assert landmark in shown and "NotImplementedError: inequality operators not supported." in shown
