@@ -59,6 +59,12 @@ def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
     """), quiet=True) == "array.array class is not callable.\n"
 
 
+def test_version_comes_from_the_package_metadata():
+    from importlib import metadata
+    assert kerova.__version__ == metadata.version("kerova") and kerova.__version__[0].isdigit()
+    assert python("-m", "kerova", "--version", quiet=True) == f"kerova {kerova.__version__}\n"
+
+
 @pytest.mark.parametrize("command, landmark", [
     (["-m", "kerova"], "    array([[100.,  20.,   3.],"),
     (["-c", "import runpy, sys; sys.modules['numpy'] = None; "  # NumPy made unimportable

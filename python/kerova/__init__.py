@@ -10,6 +10,7 @@ package (``kerova.GUIDE`` is its path), ``docs/guide.md`` in the source tree.
 """
 
 import os as _os
+from importlib import metadata as _metadata
 
 from kerovamultidimarrayforpython import (  # noqa: F401
     ShapeError,
@@ -26,6 +27,11 @@ from kerovamultidimarrayforpython import (  # noqa: F401
     uint32,
     uint64,
 )
+
+try:  # the version lives in pyproject.toml only; an installed package carries it
+    __version__ = _metadata.version("kerova")
+except _metadata.PackageNotFoundError:  # run from a tree that was never installed
+    __version__ = "0+unknown"
 
 #: Where the user guide lies: installed beside the package, or in the source tree.
 GUIDE = next((p for p in (_os.path.join(_os.path.dirname(__file__), "guide.md"),

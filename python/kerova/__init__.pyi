@@ -109,6 +109,7 @@ class ShapeError(Exception): ...
 # The same number of elements in a different shape: an initializer against 'size'.
 class SizeError(Exception): ...
 
+__version__: str
 GUIDE: str
 
 __all__ = [

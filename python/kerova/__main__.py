@@ -63,6 +63,9 @@ def run(lines, namespace):
 
 
 def main():
+    if sys.argv[1:] == ["--version"]:
+        print(f"kerova {kerova.__version__}")
+        return 0
     ns = {"kerova": kerova, "pickle": pickle}
     print("kerova: column-major N-dimensional arrays for Python")
     print("A short tour. Each line runs as typed at the prompt; its result is printed below it.")
