@@ -11,6 +11,7 @@
 
 #include "construction/initializer.h"
 #include "construction/python_access.h"
+#include "core/python_error.h"
 #include "kinds/object.h"
 
 namespace kerova {
@@ -33,7 +34,7 @@ ScalarResult<T> convertForScan(PyObject* object, bool allowFloatForLogical) {
 inline constexpr int kMaxNesting = 10000;
 
 inline bool raiseNullDataPointer() {
-    PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+    raiseOver(PyExc_RuntimeError, "null data pointer.");
     return false;
 }
 }  // namespace scan_detail

@@ -12,6 +12,7 @@
 #include "construction/initializer.h"
 #include "construction/python_access.h"
 #include "core/dimension_list.h"
+#include "core/python_error.h"
 
 namespace kerova {
 
@@ -33,7 +34,7 @@ bool MDAInitializer<T>::parseSize(PyObject* value) {
         case DimensionFault::ITEM_UNREAD: {
             const std::string text = "Item " + std::to_string(list.item) +
                                      " could not be retrieved from the value associated with the 'size' keyword.";
-            PyErr_SetString(PyExc_RuntimeError, text.c_str());
+            raiseOver(PyExc_RuntimeError, text.c_str());
             return false;
         }
         case DimensionFault::NOT_AN_INT:
@@ -88,7 +89,7 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
         PyObject* item = sequenceItem(value, i, holder);
         if (item == nullptr) {
             const std::string text = "item " + std::to_string(i) + " could not be retrieved.";
-            PyErr_SetString(PyExc_RuntimeError, text.c_str());
+            raiseOver(PyExc_RuntimeError, text.c_str());
             return fail();  // the partly written buffer ends through its deleter
         }
         if (!PyFloat_CheckExact(item) && !PyLong_CheckExact(item) && PySequence_Check(item)) {

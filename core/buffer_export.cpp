@@ -15,6 +15,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include "core/cursor.h"
+#include "core/python_error.h"
 #include "kinds/object.h"
 
 namespace kerova {
@@ -61,7 +62,7 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
             }
         }
         if (!cursor->m_materializedCursor) {
-            PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
+            raiseOver(PyExc_RuntimeError, "null data pointer.");
             return -1;
         }
         exported = cursor->m_materializedCursor.get();

@@ -11,6 +11,7 @@
 #include "core/dimension_list.h"
 #include "core/factory.h"
 #include "core/py_ref.h"
+#include "core/python_error.h"
 #include "kinds/numeric_visitor.h"
 #include "kinds/object.h"
 
@@ -66,7 +67,7 @@ std::vector<int64_t> parseReshapeDimensions(PyObject* value) {
         case DimensionFault::ITEM_UNREAD: {
             std::ostringstream message;
             message << "Item " << list.item << " could not be retrieved from the value passed to reshape().";
-            PyErr_SetString(PyExc_RuntimeError, message.str().c_str());
+            raiseOver(PyExc_RuntimeError, message.str().c_str());
             return {};
         }
         default:

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/cursor.h"
+#include "core/python_error.h"
 #include "core/store.h"
 #include "core/view.h"
 #include "indexing/index_ops.h"
@@ -36,7 +37,7 @@ inline bool coordinatesFitStore(const MDArrayWrapper& store, const std::vector<i
 
 // The failure of a walk that could not make or place one of its items.
 inline std::nullptr_t failListItem() {
-    PyErr_SetString(PyExc_RuntimeError, "unable to set list item.");
+    raiseOver(PyExc_RuntimeError, "unable to set list item.");
     return nullptr;
 }
 

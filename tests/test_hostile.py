@@ -390,3 +390,19 @@ def test_memory_pressure_gives_memory_error_not_an_abort_in_a_child():
     assert result.keys() == expected.keys()
     for name, (outcome, refusals) in expected.items():  # which refusals a step meets depends on the allocator
         assert result[name][0] == outcome and set(result[name][1]) <= refusals and result[name][1], name
+
+
+@pytest.mark.parametrize("action, message, cause", [
+    (lambda: kerova.double([[1.0, 2.0], Lying([1.0], 2, KeyError)]), NULL_DATA, KeyError),  # a nested item
+    (lambda: kerova.int64(vector=Lying([1], 2, KeyError)), "item 1 could not be retrieved.", KeyError),
+    (lambda: kerova.int64(size=Lying([1], 2, KeyError)),
+     "Item 1 could not be retrieved from the value associated with the 'size' keyword.", KeyError),
+    (lambda: kerova.int64([[1, 2]]).reshape(Lying([1], 2, KeyError)),
+     "Item 1 could not be retrieved from the value passed to reshape().", KeyError),
+    # a partial array that can't be made whole: its largest part reads back rounded up
+    (lambda: memoryview(kerova.uint64([[2**64 - 1, 1j]], is_complex=True)[0]), NULL_DATA, OverflowError),
+])
+def test_a_report_over_a_python_error_keeps_it_as_the_cause(action, message, cause):
+    with pytest.raises(RuntimeError) as caught:
+        action()
+    assert str(caught.value) == message and type(caught.value.__cause__) is cause
