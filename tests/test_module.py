@@ -42,21 +42,24 @@ def test_exception_types(name):
     assert type(pickle.loads(pickle.dumps(exc("message")))) is exc
 
 
-def test_uncallable_array_class_sets_its_error_and_initialisation_goes_on():
+@pytest.mark.parametrize("fake, message", [
+    ("types.ModuleType('array')", "unable to retrieve array.array class."),
+    ("None", "unable to import array module."),  # the import itself fails
+    ("types.SimpleNamespace(array=5)", "array.array class is not callable."),
+])
+def test_a_missing_or_broken_array_class_sets_its_error_and_initialisation_goes_on(fake, message):
     # The import machinery replaces an init error by a SystemError, so the entry is
     # called directly: PyDLL raises whatever error the call left set.
     assert python("-c", textwrap.dedent(f"""
         import ctypes, sys, types
-        fake = types.ModuleType("array")
-        fake.array = 5
-        sys.modules["array"] = fake
+        sys.modules["array"] = {fake}
         entry = ctypes.PyDLL({ext.__file__!r}).PyInit_kerovamultidimarrayforpython
         entry.restype = ctypes.py_object
         try:
             entry()
         except RuntimeError as error:
             print(error)
-    """), quiet=True) == "array.array class is not callable.\n"
+    """), quiet=True) == message + "\n"
 
 
 def test_version_comes_from_the_package_metadata():
