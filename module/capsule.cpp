@@ -11,6 +11,7 @@
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "data_array/array.h"
+#include "kerova/capi.h"
 #include "kinds/object.h"
 #include "module/slots.h"
 
@@ -149,10 +150,15 @@ void destroyObject(PyObject* object) {
 
 bool checkBuffer(PyObject* object) { return object != nullptr && PyObject_CheckBuffer(object) != 0; }
 
-void* g_capiTable[5] = {
-    reinterpret_cast<void*>(guarded<wrapArray>),       reinterpret_cast<void*>(guarded<unwrapArray>),
-    reinterpret_cast<void*>(guarded<arrayFromBuffer>), reinterpret_cast<void*>(&destroyObject),
-    reinterpret_cast<void*>(&checkBuffer),
+// In the order and with the types that the installed header include/kerova/capi.h gives
+// consumers.
+static_assert(kerova_capi::kEntries == 5);
+void* g_capiTable[kerova_capi::kEntries] = {
+    reinterpret_cast<void*>(static_cast<kerova_capi::wrapArray_t>(guarded<wrapArray>)),
+    reinterpret_cast<void*>(static_cast<kerova_capi::unwrapArray_t>(guarded<unwrapArray>)),
+    reinterpret_cast<void*>(static_cast<kerova_capi::arrayFromBuffer_t>(guarded<arrayFromBuffer>)),
+    reinterpret_cast<void*>(static_cast<kerova_capi::destroyObject_t>(&destroyObject)),
+    reinterpret_cast<void*>(static_cast<kerova_capi::checkBuffer_t>(&checkBuffer)),
 };
 
 }  // namespace kerova

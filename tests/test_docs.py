@@ -45,7 +45,7 @@ def test_guide_native_consumer_builds_and_runs_by_the_guide_recipe(tmp_path, mon
     # The recipe runs as in a user's shell: `python` is the interpreter under test, and none
     # of the preloads or paths that a sanitized test run gives this process reach the compiler.
     env = {k: v for k, v in os.environ.items() if k not in ("LD_PRELOAD", "PYTHONPATH") and "SAN_" not in k}
-    env.update(repo=str(ROOT), KEROVA_TEST_PYTHON=sys.executable)
+    env.update(KEROVA_TEST_PYTHON=sys.executable)  # the installed package alone: no source tree
     shell = 'set -euo pipefail\npython() { "$KEROVA_TEST_PYTHON" "$@"; }\n' + recipe
     done = subprocess.run(["bash", "-c", shell], cwd=tmp_path, env=env, capture_output=True, text=True, timeout=300)
     assert done.returncode == 0, done.stdout + done.stderr

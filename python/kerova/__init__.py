@@ -38,6 +38,18 @@ GUIDE = next((p for p in (_os.path.join(_os.path.dirname(__file__), "guide.md"),
                           _os.path.join(_os.path.dirname(__file__), "..", "..", "docs", "guide.md"))
               if _os.path.exists(p)), "docs/guide.md")
 
+
+
+def get_include():
+    """The directory of the headers for native modules that use kerova's capsule:
+    ``kerova/capi.h`` (the table of entries) and ``data_array/function_table.h`` (the
+    library's types and operations). ``python -m kerova --includes`` prints the flags."""
+    installed = _os.path.join(_os.path.dirname(__file__), "include")
+    if _os.path.isdir(installed):
+        return installed
+    return _os.path.join(_os.path.dirname(__file__), "..", "..", "include")  # a source tree
+
+
 __all__ = [
     "double", "single", "int8", "uint8", "int16", "uint16",
     "int32", "uint32", "int64", "uint64", "logical",

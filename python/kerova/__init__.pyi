@@ -112,6 +112,8 @@ class SizeError(Exception): ...
 __version__: str
 GUIDE: str
 
+def get_include() -> str: ...
+
 __all__ = [
     "double",
     "single",

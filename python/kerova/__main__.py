@@ -62,9 +62,26 @@ def run(lines, namespace):
             show(line, namespace)
 
 
+def build_flags(which):
+    """The compiler flags for a native module that uses kerova's capsule: the include
+    directories (kerova's headers and Python's), or the link flags for the provider
+    library beside the extension and the run path to it."""
+    import sysconfig
+
+    if which == "--includes":
+        return f"-I{kerova.get_include()} -I{sysconfig.get_paths()['include']}"
+    import kerovamultidimarrayforpython as extension
+
+    site = os.path.dirname(os.path.abspath(extension.__file__))
+    return f"-L{site} -lKerovaDataArray -Wl,-rpath,{site}"
+
+
 def main():
     if sys.argv[1:] == ["--version"]:
         print(f"kerova {kerova.__version__}")
+        return 0
+    if sys.argv[1:] in (["--includes"], ["--libs"]):
+        print(build_flags(sys.argv[1]))
         return 0
     ns = {"kerova": kerova, "pickle": pickle}
     print("kerova: column-major N-dimensional arrays for Python")
