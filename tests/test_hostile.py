@@ -325,10 +325,13 @@ def test_every_hostile_case_ends_cleanly_in_a_child_under_a_small_stack_and_a_ca
 
 def test_many_dimensions_give_results_or_python_errors_in_a_child_with_a_small_stack():
     """The walks keep their place in the heap: 200,001 dimensions under an 8 MiB stack."""
-    assert child(DEEP) == [
+    lines = child(DEEP)
+    # copy.deepcopy recurses in Python code, where the interpreter words its own message
+    # (3.13 drops the reason); the module's messages are the same on every version.
+    assert lines[2].startswith("RecursionError maximum recursion depth exceeded")
+    assert lines[:2] + lines[3:] == [
         "RecursionError maximum recursion depth exceeded while reading a nested sequence",
         "RecursionError maximum recursion depth exceeded while pickling an object",
-        "RecursionError maximum recursion depth exceeded while calling a Python object",
         "RuntimeError null data pointer.",
         "400009 True",
         "RecursionError maximum recursion depth exceeded while reading a nested sequence",
