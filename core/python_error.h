@@ -1,5 +1,5 @@
-// Errors that report a failure in the module's own words over an error that Python code
-// raised first (an item that could not be read, a list that could not be made).
+// Juggling a pending Python error: a report in the module's own words over an error that
+// Python code raised first, and an error kept aside while other work runs.
 #pragma once
 
 #include <Python.h>
@@ -47,5 +47,42 @@ inline void raiseOver(PyObject* type, const char* message) {
     PyErr_Restore(raisedType, raised, raisedTraceback);
 #endif
 }
+
+// Keeps a pending error aside and sets it again when it goes, unless a newer one was set
+// meanwhile: for work that must not run under a pending error (before 3.10 PyType_Ready
+// fails under one).
+class ErrorAside {
+public:
+#if PY_VERSION_HEX >= 0x030C0000
+    ErrorAside() noexcept : m_error(PyErr_GetRaisedException()) {}
+    ~ErrorAside() {
+        if (PyErr_Occurred()) {
+            Py_XDECREF(m_error);
+        } else {
+            PyErr_SetRaisedException(m_error);
+        }
+    }
+#else
+    ErrorAside() noexcept { PyErr_Fetch(&m_type, &m_error, &m_traceback); }
+    ~ErrorAside() {
+        if (PyErr_Occurred()) {
+            Py_XDECREF(m_type);
+            Py_XDECREF(m_error);
+            Py_XDECREF(m_traceback);
+        } else {
+            PyErr_Restore(m_type, m_error, m_traceback);
+        }
+    }
+#endif
+    ErrorAside(const ErrorAside&) = delete;
+    ErrorAside& operator=(const ErrorAside&) = delete;
+
+private:
+    PyObject* m_error = nullptr;
+#if PY_VERSION_HEX < 0x030C0000
+    PyObject* m_type = nullptr;
+    PyObject* m_traceback = nullptr;
+#endif
+};
 
 }  // namespace kerova

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "core/python_error.h"
 #include "kinds/object.h"
 #include "module/array_types.h"
 #include "module/slots.h"
@@ -77,49 +78,13 @@ PyObject* addException(PyObject* module, const char* dottedName, const char* att
     return exception;
 }
 
-// Keeps a pending error aside and sets it again when it goes, unless a newer one was set
-// meanwhile. Before 3.10 PyType_Ready fails under a pending error, so the error that
-// binding array.array may leave waits while the types are readied, on every version.
-class ErrorAside {
-public:
-#if PY_VERSION_HEX >= 0x030C0000
-    ErrorAside() noexcept : m_error(PyErr_GetRaisedException()) {}
-    ~ErrorAside() {
-        if (PyErr_Occurred()) {
-            Py_XDECREF(m_error);
-        } else {
-            PyErr_SetRaisedException(m_error);
-        }
-    }
-#else
-    ErrorAside() noexcept { PyErr_Fetch(&m_type, &m_error, &m_traceback); }
-    ~ErrorAside() {
-        if (PyErr_Occurred()) {
-            Py_XDECREF(m_type);
-            Py_XDECREF(m_error);
-            Py_XDECREF(m_traceback);
-        } else {
-            PyErr_Restore(m_type, m_error, m_traceback);
-        }
-    }
-#endif
-    ErrorAside(const ErrorAside&) = delete;
-    ErrorAside& operator=(const ErrorAside&) = delete;
-
-private:
-    PyObject* m_error = nullptr;
-#if PY_VERSION_HEX < 0x030C0000
-    PyObject* m_type = nullptr;
-    PyObject* m_traceback = nullptr;
-#endif
-};
-
 }  // namespace
 }  // namespace kerova
 
 PyMODINIT_FUNC PyInit_kerovamultidimarrayforpython() {
     using namespace kerova;
     bindArrayClass();
+    // Whatever binding array.array left waits while the module and its types are made.
     const ErrorAside aside;
     PyObject* module = PyModule_Create2(&g_moduleDef, 1013);
     if (!module) {
