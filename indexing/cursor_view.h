@@ -99,4 +99,17 @@ inline bool viewOfCursor(const MDACursor& cursor, CursorView& result, bool whole
     return true;
 }
 
+// Calls entry(k, offset) for each position of a cursor's final slice, in order; false at
+// the first position that lies outside a reshaped store, after the entries before it,
+// or at the first entry that answers false.
+template <typename Entry>
+bool forEachSliceEntry(const CursorView& cursorView, Entry&& entry) {
+    const StridedView& view = cursorView.view;
+    int64_t offset = view.origin;
+    for (int64_t k = 0; k < view.lengths[0]; ++k, offset += view.strides[0]) {
+        if (k >= cursorView.inStore || !entry(k, offset)) return false;
+    }
+    return true;
+}
+
 }  // namespace kerova

@@ -209,14 +209,12 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
     // The slice's positions: any item that can't be written fails the text as a whole.
     if (!listFits(view.lengths[0])) return false;
     text.open();
-    int64_t offset = view.origin;
-    for (int64_t k = 0; k < view.lengths[0]; ++k, offset += view.strides[0]) {
-        if (k >= cursorView.inStore) return failText();
+    const bool written = forEachSliceEntry(cursorView, [&](int64_t k, int64_t offset) {
         if (k > 0) text.separator();
-        const bool written = view.levels() == 1 ? view.data && text.element<T>(view.at(offset))
-                                                : writeLevels<T>(view, 1, offset, text);
-        if (!written) return failText();
-    }
+        return view.levels() == 1 ? view.data && text.element<T>(view.at(offset))
+                                  : writeLevels<T>(view, 1, offset, text);
+    });
+    if (!written) return failText();
     text.close();
     return true;
 }

@@ -118,19 +118,17 @@ PyObject* listOfView(const CursorView& cursorView) {
     // The slice's positions: any item that can't be made fails the list as a whole.
     PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(view.lengths[0])));
     if (!result) return nullptr;
-    int64_t offset = view.origin;
-    for (int64_t k = 0; k < view.lengths[0]; ++k, offset += view.strides[0]) {
-        if (k >= cursorView.inStore) return failListItem();
+    const bool built = forEachSliceEntry(cursorView, [&](int64_t k, int64_t offset) {
         PyObject* item = nullptr;
         if (view.levels() == 1) {
             if (view.data) item = elementToPython<T>(view.at(offset));
         } else {
             item = listOfLevels<T>(view, 1, offset);
         }
-        if (!item) return failListItem();
-        PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(k), item);
-    }
-    return result.release();
+        if (item) PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(k), item);
+        return item != nullptr;
+    });
+    return built ? result.release() : failListItem();
 }
 
 template <typename T>
