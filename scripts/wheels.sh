@@ -34,14 +34,18 @@ mkdir -p dist
 summary=()
 
 # Installs `$2` (a wheel or an sdist, with its test extras) with the interpreter `$1` into a
-# fresh virtual environment and runs the tests in `$3` from outside the tree.
+# fresh virtual environment and runs the tests in `$3` from outside the tree; prints the
+# failed tests' names to stderr and the last line of the run's report to stdout.
 install_and_test() {
-    local venv="$work/venv-$RANDOM"
+    local venv="$work/venv-$RANDOM" report="$work/report-$RANDOM" status=0
     "$1" -m venv "$venv"
     "$venv/bin/python" -m pip install "${pip_quiet[@]}" --upgrade pip
     "$venv/bin/python" -m pip install "${pip_quiet[@]}" "$2[test]" || return 1
-    (cd "$work" && "$venv/bin/python" -m pytest -q -p no:cacheprovider "$3" -c "$3/../pyproject.toml" \
-        --rootdir "$3/.." | tail -n 1)
+    (cd "$work" && "$venv/bin/python" -m pytest -q -rfE -p no:cacheprovider "$3" -c "$3/../pyproject.toml" \
+        --rootdir "$3/.." >"$report" 2>&1) || status=$?
+    grep -E "^(FAILED|ERROR) " "$report" >&2 || true
+    tail -n 1 "$report"
+    return $status
 }
 
 for version in "${versions[@]}"; do
@@ -53,7 +57,9 @@ for version in "${versions[@]}"; do
     fi
     echo "== CPython $version ($python): wheel"
     raw="$work/raw-$version"
-    if ! "$python" -m pip wheel "${pip_quiet[@]}" --no-deps -C build-dir="build/py$version" -w "$raw" .; then
+    # The long form of the option: the pip of an older interpreter has no -C.
+    if ! "$python" -m pip wheel "${pip_quiet[@]}" --no-deps --config-settings=build-dir="build/py$version" \
+            -w "$raw" .; then
         summary+=("CPython $version: the wheel did not build")
         continue
     fi

@@ -391,8 +391,10 @@ def test_memory_pressure_gives_memory_error_not_an_abort_in_a_child():
         "clone": ((m, 2), {("MemoryError", allocation(n, "logical")), list_item}),
     }
     assert result.keys() == expected.keys()
-    for name, (outcome, refusals) in expected.items():  # which refusals a step meets depends on the allocator
-        assert result[name][0] == outcome and set(result[name][1]) <= refusals and result[name][1], name
+    # Which refusals a step meets depends on the allocator; the interpreter's own bare
+    # MemoryError (a list it could not make) is a clean refusal on every road.
+    for name, (outcome, refusals) in expected.items():
+        assert result[name][0] == outcome and set(result[name][1]) <= refusals | {no_memory} and result[name][1], name
 
 
 @pytest.mark.parametrize("action, message, cause", [
