@@ -2,7 +2,7 @@
 # Builds everything and runs every test: the native GoogleTest suites, pytest, the
 # type-stub check, the smoke test of the wheel in a fresh virtual environment, the release
 # wheels for every CPython version present and the sdist (each tested in a fresh virtual
-# environment) and the sanitizer run. About 40 minutes on 2 cores; KEROVA_SKIP_WHEELS=1
+# environment) and the sanitizer run. About 25 minutes on 2 cores; KEROVA_SKIP_WHEELS=1
 # and KEROVA_SKIP_SANITIZE=1 leave out the two longest stages.
 set -euo pipefail
 cd "$(dirname "$0")/.."
