@@ -2,6 +2,7 @@
 #include "construction/constructor.h"
 
 #include <complex>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -13,9 +14,40 @@
 
 namespace kerova {
 
-template <SupportedArrayEnum K>
+namespace {
+
+// The kind of an array class: the classes are not subclassable, so the type object is
+// one of the eleven.
+SupportedArrayEnum kindOfType(PyTypeObject* type) {
+    for (int k = 0; k < kNumberOfKinds; ++k) {
+        if (g_arrayTypes[k] == type) return static_cast<SupportedArrayEnum>(k);
+    }
+    return SupportedArrayEnum::DOUBLE;
+}
+
+// The library array of element type T (complex as the flag says) that the arguments
+// describe; empty with a Python error set.
+template <typename T>
+std::optional<data::Array> buildKind(const ConstructorArguments& arguments, bool isComplex) {
+    bool ok = true;
+    if constexpr (std::is_same_v<T, bool>) {
+        if (isComplex) {
+            PyErr_SetString(PyExc_TypeError, "logical arrays must not be complex.");
+            return std::nullopt;
+        }
+        data::Array array = buildArray<T>(arguments, ok);
+        if (ok) return array;
+    } else {
+        data::Array array = isComplex ? buildArray<std::complex<T>>(arguments, ok) : buildArray<T>(arguments, ok);
+        if (ok) return array;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 PyObject* newArray(PyTypeObject* type, PyObject* args, PyObject* kwds) {
-    using T = element_t<K>;
+    const SupportedArrayEnum kind = kindOfType(type);
 
     // A dictionary in first position stands for the keywords (the form in which an
     // array comes back from a pickle); the rest of the tuple are the positional arguments.
@@ -42,32 +74,14 @@ PyObject* newArray(PyTypeObject* type, PyObject* args, PyObject* kwds) {
         isComplex = parseBoolArgument(arguments.isComplex, "is_complex", parsed);
         if (!parsed) return nullptr;
     }
-    if constexpr (std::is_same_v<T, bool>) {
-        if (isComplex) {
-            PyErr_SetString(PyExc_TypeError, "logical arrays must not be complex.");
-            return nullptr;
-        }
-    }
+    std::optional<data::Array> array = dispatchKind(
+        kind, [&](auto k) { return buildKind<element_t<decltype(k)::value>>(arguments, isComplex); });
+    if (!array) return nullptr;
 
-    bool ok = true;
-    data::Array array = [&]() -> data::Array {
-        if constexpr (std::is_same_v<T, bool>) {
-            return buildArray<T>(arguments, ok);
-        } else {
-            return isComplex ? buildArray<std::complex<T>>(arguments, ok) : buildArray<T>(arguments, ok);
-        }
-    }();
-    if (!ok) return nullptr;
-
-    MDACursor* cursor = makeCursor(std::move(array), K, isComplex, true);
+    MDACursor* cursor = makeCursor(std::move(*array), kind, isComplex, true);
     if (cursor == nullptr) return nullptr;
     reinterpret_cast<ArrayObject*>(self.get())->m_cursor = cursor;
     return self.release();
 }
-
-#define KEROVA_INSTANTIATE_NEW_ARRAY(index, ENUM, name, type, format, typecode) \
-    template PyObject* newArray<SupportedArrayEnum::ENUM>(PyTypeObject*, PyObject*, PyObject*);
-KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_INSTANTIATE_NEW_ARRAY)
-#undef KEROVA_INSTANTIATE_NEW_ARRAY
 
 }  // namespace kerova

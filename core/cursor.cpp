@@ -7,7 +7,8 @@ namespace kerova {
 MDACursor::MDACursor(data::Array&& array, SupportedArrayEnum kind, bool isComplex, bool columnMajor)
     : m_store(std::make_shared<MDArrayWrapper>(std::move(array), columnMajor)),
       m_supportedArrayEnum(kind),
-      m_isComplex(isComplex) {}
+      m_isComplex(isComplex),
+      m_ops(&elementOpsOf(kind, isComplex)) {}
 
 MDACursor::MDACursor(const data::Array& array, SupportedArrayEnum kind, bool isComplex, bool columnMajor)
     : MDACursor(data::Array(array), kind, isComplex, columnMajor) {}
@@ -16,6 +17,7 @@ MDACursor::MDACursor(const MDACursor& other)
     : m_store(other.m_store),
       m_supportedArrayEnum(other.m_supportedArrayEnum),
       m_isComplex(other.m_isComplex),
+      m_ops(other.m_ops),
       m_indexItems(other.m_indexItems),
       m_numberOfIntegerIndicesSoFar(other.m_numberOfIntegerIndicesSoFar) {}
 

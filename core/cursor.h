@@ -15,6 +15,7 @@
 #include "core/index_item.h"
 #include "core/store.h"
 #include "kinds/element_kinds.h"
+#include "kinds/element_ops.h"
 
 namespace kerova {
 
@@ -52,6 +53,7 @@ public:
     std::shared_ptr<MDArrayWrapper> m_store;
     SupportedArrayEnum m_supportedArrayEnum;
     bool m_isComplex;
+    const ElementOps* m_ops;  // the row of the kind's elements, real or complex as the flag says
     IndexItems m_indexItems;
     int64_t m_numberOfIntegerIndicesSoFar = 0;
     std::optional<data::Array> m_indexedArrayAsMDA;

@@ -20,9 +20,9 @@
 #include "construction/initializer.h"
 #include "construction/scalar_conversion.h"
 #include "core/cursor.h"
-#include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slots.h"
+#include "kinds/element_ops.h"
 #include "kinds/numeric_visitor.h"
 #include "kinds/object.h"
 
@@ -298,17 +298,15 @@ int assignByIndex(MDACursor& cursor, PyObject* index, PyObject* value) {
 
 }  // namespace
 
-template <SupportedArrayEnum K>
 int assignByIndexObject(PyObject* self, PyObject* index, PyObject* value) {
     MDACursor* cursor = checkedCursor(self);
     if (!cursor) return -1;
-    if (cursor->m_isComplex) return assignByIndex<stored_element_t<K, true>>(*cursor, index, value);
-    return assignByIndex<stored_element_t<K, false>>(*cursor, index, value);
+    // Values are converted to the kind's own element type, real or complex.
+    return dispatchKind(cursor->m_supportedArrayEnum, [&](auto kind) {
+        constexpr SupportedArrayEnum K = decltype(kind)::value;
+        if (cursor->m_isComplex) return assignByIndex<stored_element_t<K, true>>(*cursor, index, value);
+        return assignByIndex<stored_element_t<K, false>>(*cursor, index, value);
+    });
 }
-
-#define KEROVA_ASSIGN_INSTANCES(index, ENUM, name, type, format, typecode) \
-    template int assignByIndexObject<SupportedArrayEnum::ENUM>(PyObject*, PyObject*, PyObject*);
-KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_ASSIGN_INSTANCES)
-#undef KEROVA_ASSIGN_INSTANCES
 
 }  // namespace kerova

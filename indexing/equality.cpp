@@ -9,11 +9,8 @@
 #include <Python.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
-#include <complex>
 #include <cstdio>
-#include <type_traits>
 #include <vector>
 
 #include <boost/container/small_vector.hpp>
@@ -21,10 +18,10 @@
 #include "core/cursor.h"
 #include "core/py_ref.h"
 #include "core/view.h"
-#include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
 #include "indexing/slots.h"
+#include "kinds/element_ops.h"
 #include "kinds/object.h"
 
 namespace kerova {
@@ -149,56 +146,6 @@ Outcome walkItemsEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
     }
 }
 
-// Python's exact comparison of a float with an int.
-template <typename I>
-bool floatEqualsInteger(double d, I value) noexcept {
-    if (d != std::trunc(d)) return false;  // fractions, infinities and NaN
-    if constexpr (std::is_signed_v<I>) {
-        if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0)) return false;
-        return static_cast<int64_t>(d) == static_cast<int64_t>(value);
-    } else {
-        if (!(d >= 0.0 && d < 18446744073709551616.0)) return false;
-        return static_cast<uint64_t>(d) == static_cast<uint64_t>(value);
-    }
-}
-
-// A real element against a complex one read as Python's complex: equal when the
-// imaginary part is 0.0 and the real part equals the value, exactly for an int.
-template <typename R, typename C>
-bool realEqualsComplex(R real, const C& complex) noexcept {
-    const double re = static_cast<double>(complex.real());
-    const double im = static_cast<double>(complex.imag());
-    if (im != 0.0) return false;
-    if constexpr (std::is_floating_point_v<R>) {
-        return static_cast<double>(real) == re;
-    } else {
-        return floatEqualsInteger(re, real);
-    }
-}
-
-// The outcome of Python's == on the scalars that elements of Ta and Tb read as.
-template <typename Ta, typename Tb>
-int elementsEqual(const char* pa, const char* pb) noexcept {
-    constexpr bool complexA = data::is_complex_v<Ta>;
-    constexpr bool complexB = data::is_complex_v<Tb>;
-    if constexpr (std::is_same_v<Ta, bool>) {
-        return (*pa != 0) == (*pb != 0);
-    } else if constexpr (complexA && complexB) {
-        const Ta a = loadElement<Ta>(pa);
-        const Tb b = loadElement<Tb>(pb);
-        return static_cast<double>(a.real()) == static_cast<double>(b.real()) &&
-               static_cast<double>(a.imag()) == static_cast<double>(b.imag());
-    } else if constexpr (complexA) {
-        return realEqualsComplex(loadElement<Tb>(pb), loadElement<Ta>(pa));
-    } else if constexpr (complexB) {
-        return realEqualsComplex(loadElement<Ta>(pa), loadElement<Tb>(pb));
-    } else if constexpr (std::is_floating_point_v<Ta>) {
-        return static_cast<double>(loadElement<Ta>(pa)) == static_cast<double>(loadElement<Tb>(pb));
-    } else {
-        return loadElement<Ta>(pa) == loadElement<Tb>(pb);
-    }
-}
-
 // A walk whose items all lie in its store, seen as a strided view: the positions of the
 // walked dimension form an arithmetic progression and every sub-array item walks the
 // remaining dimensions whole. Level 0 is the walked dimension, then one level per
@@ -258,46 +205,7 @@ Shapes compareShapes(const Box& a, const Box& b) {
     }
 }
 
-struct Level {
-    int64_t length;
-    int64_t strideA;
-    int64_t strideB;
-};
-
-// Every pair of elements of the two boxes equal; levels[0] is the innermost level. The
-// position is kept in an odometer over the outer levels, so any number of levels can be
-// compared without a native frame per level.
-template <typename Ta, typename Tb>
-bool levelsEqual(const char* pa, const char* pb, const Level* levels, size_t top) {
-    for (size_t k = 0; k <= top; ++k) {
-        if (levels[k].length == 0) return true;
-    }
-    std::vector<int64_t> index(top + 1, 0);
-    int64_t offsetA = 0;
-    int64_t offsetB = 0;
-    for (;;) {
-        const char* a = pa + offsetA;
-        const char* b = pb + offsetB;
-        for (int64_t i = 0; i < levels[0].length; ++i, a += levels[0].strideA, b += levels[0].strideB) {
-            if (!elementsEqual<Ta, Tb>(a, b)) return false;
-        }
-        size_t k = 1;
-        for (; k <= top; ++k) {
-            if (++index[k] < levels[k].length) {
-                offsetA += levels[k].strideA;
-                offsetB += levels[k].strideB;
-                break;
-            }
-            offsetA -= levels[k].strideA * (levels[k].length - 1);
-            offsetB -= levels[k].strideB * (levels[k].length - 1);
-            index[k] = 0;
-        }
-        if (k > top) return true;
-    }
-}
-
-template <typename Ta, typename Tb>
-Outcome nativeWalksEqual(Walk& a, Walk& b) {
+Outcome nativeWalksEqual(Walk& a, Walk& b, const ElementComparison& comparison) {
     Box boxA;
     Box boxB;
     if (boxOf(a, boxA) && boxOf(b, boxB)) {
@@ -311,26 +219,26 @@ Outcome nativeWalksEqual(Walk& a, Walk& b) {
         }
         // Innermost the level that moves least through the first store, so that the
         // comparison runs along memory rather than across it.
-        boost::container::small_vector<Level, 8> levels;
+        boost::container::small_vector<CompareLevel, 8> levels;
         for (size_t k = 0; k < boxA.lengths.size(); ++k) {
             levels.push_back({boxA.lengths[k], boxA.strides[k], boxB.strides[k]});
         }
-        std::stable_sort(levels.begin(), levels.end(), [](const Level& x, const Level& y) {
+        std::stable_sort(levels.begin(), levels.end(), [](const CompareLevel& x, const CompareLevel& y) {
             return std::abs(x.strideA) < std::abs(y.strideA);
         });
         const bool equal =
-            levelsEqual<Ta, Tb>(boxA.at(boxA.origin), boxB.at(boxB.origin), levels.data(), levels.size() - 1);
+            comparison.levels(boxA.at(boxA.origin), boxB.at(boxB.origin), levels.data(), levels.size() - 1);
         return equal ? Outcome::EQUAL : Outcome::UNEQUAL;
     }
-    auto compare = [](const char* pa, const char* pb) { return elementsEqual<Ta, Tb>(pa, pb); };
+    auto compare = [&](const char* pa, const char* pb) { return comparison.elements(pa, pb); };
     return walksEqual(a, b, compare);
 }
 
 // Stores of an unexpected element type: the scalars are made and compared by Python.
-Outcome pythonWalksEqual(Walk& a, Walk& b, ElementReader readA, ElementReader readB) {
+Outcome pythonWalksEqual(Walk& a, Walk& b, const ElementOps& opsA, const ElementOps& opsB) {
     auto compare = [&](const char* pa, const char* pb) -> int {
-        const PyRef x = PyRef::steal(readA(pa));
-        const PyRef y = PyRef::steal(readB(pb));
+        const PyRef x = PyRef::steal(opsA.toPython(pa));
+        const PyRef y = PyRef::steal(opsB.toPython(pb));
         if (!x || !y) {
             PyErr_Clear();
             return 0;
@@ -340,41 +248,27 @@ Outcome pythonWalksEqual(Walk& a, Walk& b, ElementReader readA, ElementReader re
     return walksEqual(a, b, compare);
 }
 
-template <SupportedArrayEnum K>
 Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
     if (first.m_supportedArrayEnum != second.m_supportedArrayEnum) return Outcome::UNEQUAL;
     Walk a = walkOf(first);
     Walk b = walkOf(second);
     const data::ArrayType typeA = a.store->m_array.type();
     const data::ArrayType typeB = b.store->m_array.type();
-
-    using Real = element_t<K>;
-    constexpr data::ArrayType realType = data::array_type_v<Real>;
-    if constexpr (K == SupportedArrayEnum::LOGICAL) {
-        if (typeA == realType && typeB == realType) return nativeWalksEqual<Real, Real>(a, b);
-    } else {
-        using Complex = std::complex<Real>;
-        constexpr data::ArrayType complexType = data::array_type_v<Complex>;
-        const bool knownA = typeA == realType || typeA == complexType;
-        const bool knownB = typeB == realType || typeB == complexType;
-        if (knownA && knownB) {
-            if (typeA == realType) {
-                return typeB == realType ? nativeWalksEqual<Real, Real>(a, b) : nativeWalksEqual<Real, Complex>(a, b);
-            }
-            return typeB == realType ? nativeWalksEqual<Complex, Real>(a, b)
-                                     : nativeWalksEqual<Complex, Complex>(a, b);
-        }
+    // Both stores of the kind's own types, real or complex: compared natively.
+    const KindDescriptor& info = kindInfo(first.m_supportedArrayEnum);
+    auto known = [&](data::ArrayType type) {
+        return type == info.realType || (info.hasComplex && type == info.complexType);
+    };
+    const ElementOps* opsA = elementOpsOf(typeA);
+    const ElementOps* opsB = elementOpsOf(typeB);
+    if (known(typeA) && known(typeB)) {
+        return nativeWalksEqual(a, b, typeB == info.realType ? opsA->withReal : opsA->withComplex);
     }
-    ElementReader readA = readerForType(typeA);
-    ElementReader readB = readerForType(typeB);
-    if (!readA) readA = readerForKind(first.m_supportedArrayEnum, first.m_isComplex);
-    if (!readB) readB = readerForKind(second.m_supportedArrayEnum, second.m_isComplex);
-    return pythonWalksEqual(a, b, readA, readB);
+    return pythonWalksEqual(a, b, opsA ? *opsA : *first.m_ops, opsB ? *opsB : *second.m_ops);
 }
 
 }  // namespace
 
-template <SupportedArrayEnum K>
 PyObject* arrayRichCompare(PyObject* self, PyObject* other, int op) {
     const MDACursor* cursor = checkedCursor(self);
     if (!cursor) return nullptr;
@@ -387,15 +281,10 @@ PyObject* arrayRichCompare(PyObject* self, PyObject* other, int op) {
     if (!otherCursor) return nullptr;
     const WalkHold holdSelf(cursor->m_store);
     const WalkHold holdOther(otherCursor->m_store);
-    const Outcome outcome = arraysEqual<K>(*cursor, *otherCursor);
+    const Outcome outcome = arraysEqual(*cursor, *otherCursor);
     if (outcome == Outcome::NO_RESULT) return nullptr;
     const bool equal = outcome == Outcome::EQUAL;
     return PyBool_FromLong(op == Py_EQ ? equal : !equal);
 }
-
-#define KEROVA_EQUALITY_INSTANCES(index, ENUM, name, type, format, typecode) \
-    template PyObject* arrayRichCompare<SupportedArrayEnum::ENUM>(PyObject*, PyObject*, int);
-KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_EQUALITY_INSTANCES)
-#undef KEROVA_EQUALITY_INSTANCES
 
 }  // namespace kerova

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "core/cursor.h"
-#include "indexing/element_value.h"
+#include "kinds/element_ops.h"
 #include "indexing/slice_values.h"
 
 namespace kerova {
@@ -87,8 +87,8 @@ struct ArrayIterationState : MDACursor {
     // length is read from the store at each step.
     DimensionBounds walk;
     bool hasRecord;
-    // Scalar items: the step for the store's element type, chosen once.
-    PyObject* (*nextScalar)(ArrayIterationState&);
+    // Scalar items: the row of the store's element type, chosen once.
+    const ElementOps* scalarOps;
     std::unique_ptr<MDACursor> prototype;  // sub-array items: the records of the next one
 
     DimensionBounds currentBounds() const noexcept {
@@ -97,8 +97,9 @@ struct ArrayIterationState : MDACursor {
         return {0, d < m_store->m_shape.size() ? m_store->m_shape[d] : 0, 1};
     }
     // The next item, or null: StopIteration at the end, or the error of the item.
-    PyObject* next() { return yieldsSubArrays || isExhausted ? nextSubArray() : nextScalar(*this); }
+    PyObject* next() { return yieldsSubArrays || isExhausted ? nextSubArray() : nextScalar(); }
     PyObject* nextSubArray();
+    PyObject* nextScalar();
     // The error of a scalar item outside the store, and the step past it.
     PyObject* refuseScalar();
 };

@@ -22,13 +22,21 @@ struct KVPyIterObject {
     ArrayIterationState* m_state;
 };
 
+// The row for the store's element type, as the library reports it, or for the kind's
+// own where the library reports a type without one.
+const ElementOps* scalarOpsFor(const MDACursor& cursor) {
+    const ElementOps* ops = elementOpsOf(cursor.m_store->m_array.type());
+    return ops ? ops : cursor.m_ops;
+}
+
+}  // namespace
+
 // One scalar item: the element at the position, read from the mirror, then one step.
-template <typename T>
-PyObject* nextScalarOf(ArrayIterationState& state) {
-    const MDArrayWrapper& store = *state.m_store;
-    const size_t count = state.coordinates.size();
-    if (count > store.m_shape.size() || !store.m_buf) return state.refuseScalar();
-    const int64_t* position = state.coordinates.data();
+PyObject* ArrayIterationState::nextScalar() {
+    const MDArrayWrapper& store = *m_store;
+    const size_t count = coordinates.size();
+    if (count > store.m_shape.size() || !store.m_buf) return refuseScalar();
+    const int64_t* position = coordinates.data();
     const int64_t* shape = store.m_shape.data();
     const int64_t* strides = store.m_bytewiseStrides.data();
     int64_t offset = 0;
@@ -37,29 +45,16 @@ PyObject* nextScalarOf(ArrayIterationState& state) {
         inside &= static_cast<uint64_t>(position[k]) < static_cast<uint64_t>(shape[k]);
         offset += strides[k] * position[k];
     }
-    if (!inside) return state.refuseScalar();  // only after a reshape of the store
+    if (!inside) return refuseScalar();  // only after a reshape of the store
     const char* element = store.m_buf + offset;
-    const DimensionBounds bounds = state.currentBounds();
+    const DimensionBounds bounds = currentBounds();
     // A walk along a row of a column-major store jumps a whole column per item: ask for
     // the element a few items ahead so that its fetch overlaps this one.
     prefetchAt(element, wrappingMul(8 * bounds.step, strides[count - 1]));  // only a hint
-    PyObject* item = elementToPython<T>(element);
-    state.isExhausted = !advanceWalk(state.coordinates.back(), bounds);
+    PyObject* item = scalarOps->toPython(element);
+    isExhausted = !advanceWalk(coordinates.back(), bounds);
     return item;
 }
-
-using ScalarStep = PyObject* (*)(ArrayIterationState&);
-
-// The step for the store's element type, as the library reports it.
-ScalarStep scalarStepFor(const MDACursor& cursor) {
-    const KindDescriptor& info = kindInfo(cursor.m_supportedArrayEnum);
-    data::ArrayType type = cursor.m_store->m_array.type();
-    if (!readerForType(type)) type = cursor.m_isComplex && info.hasComplex ? info.complexType : info.realType;
-    return data::visitElementType<ScalarStep>(
-        type, &nextScalarOf<double>, [](auto tag) -> ScalarStep { return &nextScalarOf<typename decltype(tag)::type>; });
-}
-
-}  // namespace
 
 ArrayIterationState::ArrayIterationState(const MDACursor& source)
     : MDACursor(source),
@@ -69,10 +64,10 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
       yieldsSubArrays(m_store->m_nDim - baseDepth > 1),
       walk{0, 0, 1},
       hasRecord(static_cast<size_t>(baseDepth) < m_indexItems.size()),
-      nextScalar(nullptr) {
+      scalarOps(nullptr) {
     if (hasRecord) walk = boundsOf(m_indexItems[static_cast<size_t>(baseDepth)]);
     if (!yieldsSubArrays) {
-        nextScalar = scalarStepFor(*this);
+        scalarOps = scalarOpsFor(*this);
         return;
     }
     // Each sub-array item is a fresh cursor on the store whose records are the position:

@@ -28,7 +28,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
         PyErr_SetString(PyExc_RuntimeError, "invalid type.");
         return std::nullopt;
     } else {
-        const PyRef list = PyRef::steal(cursorToList<T>(cursor));
+        const PyRef list = PyRef::steal(cursorToList(cursor, *elementOpsOf(data::array_type_v<T>)));
         if (!list) return std::nullopt;
         MDAInitializer<T> initializer;
         if (!initializer.scan(list.get(), false)) return std::nullopt;

@@ -9,7 +9,6 @@
 
 #include "core/cursor.h"
 #include "core/py_ref.h"
-#include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slots.h"
 #include "kinds/object.h"
@@ -39,7 +38,6 @@ void raiseInvalidIndex(int64_t index) {
 
 // The scalar at the parent's integer records and `final` on the last dimension. The
 // address is the mirror plus one multiply-add per dimension.
-template <typename T>
 PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final) {
     if (final < 0) {
         PyErr_SetString(PyExc_RuntimeError, "index not normalized.");
@@ -82,10 +80,9 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         return nullptr;
     }
     offset += strides[depth] * final;
-    return elementToPython<T>(store.m_buf + offset);
+    return parent.m_ops->toPython(store.m_buf + offset);
 }
 
-template <SupportedArrayEnum K>
 PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
     const MDArrayWrapper& store = *parent.m_store;
     const int64_t depth = parent.m_numberOfIntegerIndicesSoFar;
@@ -112,12 +109,7 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
     }
     if (dropSlice && !mapIndexThroughSlice(parent, record, len)) return nullptr;
 
-    if (depth == nDim - 1) {
-        if (parent.m_isComplex) {
-            return readFinalElement<stored_element_t<K, true>>(parent, static_cast<size_t>(depth), record.m_index);
-        }
-        return readFinalElement<stored_element_t<K, false>>(parent, static_cast<size_t>(depth), record.m_index);
-    }
+    if (depth == nDim - 1) return readFinalElement(parent, static_cast<size_t>(depth), record.m_index);
 
     MDACursor* cursor = nullptr;
     PyRef object = PyRef::steal(newObjectWithCursorCopy(parent, cursor));
@@ -131,14 +123,12 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
 
 }  // namespace
 
-template <SupportedArrayEnum K>
 PyObject* readByInteger(PyObject* self, Py_ssize_t index) {
     const MDACursor* cursor = checkedCursor(self);
     if (!cursor) return nullptr;
-    return readInteger<K>(*cursor, index);
+    return readInteger(*cursor, index);
 }
 
-template <SupportedArrayEnum K>
 PyObject* readByIndexObject(PyObject* self, PyObject* index) {
     const MDACursor* parent = checkedCursor(self);
     if (!parent) return nullptr;
@@ -146,7 +136,7 @@ PyObject* readByIndexObject(PyObject* self, PyObject* index) {
         // An int beyond the 64-bit range stops here with its OverflowError.
         const Py_ssize_t position = PyLong_AsSsize_t(index);
         if (position == -1 && PyErr_Occurred()) return nullptr;
-        return readInteger<K>(*parent, position);
+        return readInteger(*parent, position);
     }
     if (Py_TYPE(index) != &PySlice_Type) {
         PyErr_SetString(PyExc_RuntimeError, "index is not an integer or slice.");
@@ -167,11 +157,5 @@ PyObject* readByIndexObject(PyObject* self, PyObject* index) {
     if (!pushSliceIndex(*cursor, item)) return nullptr;
     return object.release();
 }
-
-#define KEROVA_READ_INSTANCES(index, ENUM, name, type, format, typecode)               \
-    template PyObject* readByInteger<SupportedArrayEnum::ENUM>(PyObject*, Py_ssize_t); \
-    template PyObject* readByIndexObject<SupportedArrayEnum::ENUM>(PyObject*, PyObject*);
-KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_READ_INSTANCES)
-#undef KEROVA_READ_INSTANCES
 
 }  // namespace kerova

@@ -8,16 +8,12 @@
 #include <Python.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <complex>
 #include <cstdint>
 #include <cstring>
 #include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <unistd.h>
@@ -25,7 +21,6 @@
 #include "core/cursor.h"
 #include "core/walker.h"
 #include "indexing/cursor_view.h"
-#include "indexing/element_value.h"
 #include "indexing/index_ops.h"
 #include "indexing/slice_values.h"
 #include "indexing/slots.h"
@@ -80,69 +75,22 @@ public:
         if (m_keepBlanks) m_out += ' ';
     }
 
-    // The repr of the element's Python scalar; false with MemoryError set.
-    template <typename T>
-    bool element(const char* bytes) {
-        if constexpr (data::is_complex_v<T>) {
-            const T value = loadElement<T>(bytes);
-            return complexRepr(static_cast<double>(value.real()), static_cast<double>(value.imag()));
-        } else if constexpr (std::is_same_v<T, bool>) {
-            m_out += *bytes != 0 ? "True" : "False";
-            return true;
-        } else if constexpr (std::is_same_v<T, char16_t>) {
-            return integer(loadElement<uint16_t>(bytes));
-        } else if constexpr (std::is_floating_point_v<T>) {
-            return floatRepr(static_cast<double>(loadElement<T>(bytes)), Py_DTSF_ADD_DOT_0);
-        } else {
-            return integer(loadElement<T>(bytes));
-        }
+    // The repr of `count` elements of row `ops`, `stride` bytes apart, between commas;
+    // false with MemoryError set.
+    bool elements(const ElementOps& ops, const char* first, int64_t stride, int64_t count) {
+        return ops.appendText(m_out, first, stride, count, m_keepBlanks);
     }
 
 private:
-    template <typename I>
-    bool integer(I value) {
-        char digits[24];
-        const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
-        m_out.append(digits, end);
-        return true;
-    }
-
-    // What float.__repr__ writes (with Py_DTSF_ADD_DOT_0), or a part of a complex.
-    bool floatRepr(double value, int flags) {
-        char* text = PyOS_double_to_string(value, 'r', 0, flags, nullptr);
-        if (!text) {
-            PyErr_NoMemory();
-            return false;
-        }
-        m_out += text;
-        PyMem_Free(text);
-        return true;
-    }
-
-    // What complex.__repr__ writes: the imaginary part alone when the real part is +0,
-    // otherwise both in parentheses, the imaginary one with its sign.
-    bool complexRepr(double real, double imag) {
-        if (real == 0.0 && std::copysign(1.0, real) == 1.0) {
-            if (!floatRepr(imag, 0)) return false;
-            m_out += 'j';
-            return true;
-        }
-        m_out += '(';
-        if (!floatRepr(real, 0) || !floatRepr(imag, Py_DTSF_SIGN)) return false;
-        m_out += "j)";
-        return true;
-    }
-
     std::string& m_out;
     bool m_keepBlanks;
 };
 
 // Writes the text of a walk: a bracket around each list, the elements of each
 // innermost level between commas.
-template <typename T>
 class TextWriter {
 public:
-    TextWriter(const StridedView& view, ListText& text) : m_view(view), m_text(text) {}
+    TextWriter(const StridedView& view, const ElementOps& ops, ListText& text) : m_view(view), m_ops(ops), m_text(text) {}
 
     bool enter(size_t, int64_t position) {
         if (position > 0) m_text.separator();
@@ -152,14 +100,7 @@ public:
 
     bool leaf(int64_t offset, size_t level) {
         if (!m_view.data) return failText();
-        const char* element = m_view.at(offset);
-        const int64_t stride = m_view.strides[level];
-        for (int64_t i = 0; i < m_view.lengths[level]; ++i, element += stride) {
-            // Ahead along a row of a column-major store, one column per element.
-            prefetchAt(element, 8 * stride);
-            if (i > 0) m_text.separator();
-            if (!m_text.element<T>(element)) return failText();
-        }
+        if (!m_text.elements(m_ops, m_view.at(offset), m_view.strides[level], m_view.lengths[level])) return failText();
         return true;
     }
 
@@ -170,13 +111,13 @@ public:
 
 private:
     const StridedView& m_view;
+    const ElementOps& m_ops;
     ListText& m_text;
 };
 
 // The levels of `view` from `top` on, at `origin`, in the order and with the checks of
 // the nested lists.
-template <typename T>
-bool writeLevels(const StridedView& view, size_t top, int64_t origin, ListText& text) {
+bool writeLevels(const StridedView& view, const ElementOps& ops, size_t top, int64_t origin, ListText& text) {
     // Every entry of a level has the same length, so the lengths of the view are all the
     // lengths that the walk will meet. The brackets alone take two characters for every
     // list of every level.
@@ -189,13 +130,13 @@ bool writeLevels(const StridedView& view, size_t top, int64_t origin, ListText& 
         lists = saturatingMul(lists, static_cast<uint64_t>(view.lengths[d]));
     }
     text.reserveMore(brackets);
-    TextWriter<T> writer(view, text);
+    TextWriter writer(view, ops, text);
     return walkView(view, top, origin, 1, writer);
 }
 
 // The nested list's text, as cursorToList walks it; false with the error set.
-template <typename T>
 bool writeCursor(const MDACursor& cursor, ListText& text) {
+    const ElementOps& ops = *cursor.m_ops;
     CursorView cursorView;
     if (!viewOfCursor(cursor, cursorView)) return false;
     const StridedView& view = cursorView.view;
@@ -204,22 +145,21 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
         text.close();
         return true;
     }
-    if (!cursorView.endsInSlice) return writeLevels<T>(view, 0, view.origin, text);
+    if (!cursorView.endsInSlice) return writeLevels(view, ops, 0, view.origin, text);
 
     // The slice's positions: any item that can't be written fails the text as a whole.
     if (!listFits(view.lengths[0])) return false;
     text.open();
     const bool written = forEachSliceEntry(cursorView, [&](int64_t k, int64_t offset) {
         if (k > 0) text.separator();
-        return view.levels() == 1 ? view.data && text.element<T>(view.at(offset))
-                                  : writeLevels<T>(view, 1, offset, text);
+        return view.levels() == 1 ? view.data && text.elements(ops, view.at(offset), 0, 1)
+                                  : writeLevels(view, ops, 1, offset, text);
     });
     if (!written) return failText();
     text.close();
     return true;
 }
 
-template <typename T>
 std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* className, bool withFrame,
                                       bool keepBlanks) {
     std::string rendered;
@@ -230,7 +170,7 @@ std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* class
         rendered += '(';
     }
     ListText text(rendered, keepBlanks);
-    if (!writeCursor<T>(cursor, text)) return std::nullopt;
+    if (!writeCursor(cursor, text)) return std::nullopt;
     if (withFrame) {
         if (cursor.m_isComplex) rendered += kComplexMark;
         rendered += ')';
@@ -238,10 +178,9 @@ std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* class
     return rendered;
 }
 
-template <typename T>
 PyObject* renderText(const MDACursor& cursor, const char* className, bool withFrame, bool keepBlanks) {
     try {
-        const std::optional<std::string> bytes = renderUtf8<T>(cursor, className, withFrame, keepBlanks);
+        const std::optional<std::string> bytes = renderUtf8(cursor, className, withFrame, keepBlanks);
         if (!bytes) return nullptr;
         return PyUnicode_Decode(bytes->data(), static_cast<Py_ssize_t>(bytes->size()), nullptr, nullptr);
     } catch (const std::bad_alloc&) {  // a text longer than memory holds
@@ -251,31 +190,20 @@ PyObject* renderText(const MDACursor& cursor, const char* className, bool withFr
     }
 }
 
-template <SupportedArrayEnum K>
 PyObject* render(PyObject* self, bool withFrame) {
     const MDACursor* cursor = checkedCursor(self);
     if (!cursor) return nullptr;
-    const char* className = kindInfo(K).name;
-    if (cursor->m_isComplex) return renderText<stored_element_t<K, true>>(*cursor, className, withFrame, false);
-    return renderText<stored_element_t<K, false>>(*cursor, className, withFrame, false);
+    return renderText(*cursor, kindInfo(cursor->m_supportedArrayEnum).name, withFrame, false);
 }
 
 }  // namespace
 
-template <SupportedArrayEnum K>
 PyObject* arrayStr(PyObject* self) {
-    return render<K>(self, false);
+    return render(self, false);
 }
 
-template <SupportedArrayEnum K>
 PyObject* arrayRepr(PyObject* self) {
-    return render<K>(self, true);
+    return render(self, true);
 }
-
-#define KEROVA_TEXT_INSTANCES(index, ENUM, name, type, format, typecode) \
-    template PyObject* arrayStr<SupportedArrayEnum::ENUM>(PyObject*);    \
-    template PyObject* arrayRepr<SupportedArrayEnum::ENUM>(PyObject*);
-KEROVA_INSTANTIATE_FOR_KINDS(KEROVA_TEXT_INSTANCES)
-#undef KEROVA_TEXT_INSTANCES
 
 }  // namespace kerova

@@ -9,7 +9,6 @@
 #include "core/py_ref.h"
 #include "core/walker.h"
 #include "indexing/cursor_view.h"
-#include "indexing/element_value.h"
 
 namespace kerova {
 
@@ -20,10 +19,9 @@ namespace {
 // one go, in tiles of consecutive rows, column by column: in a column-major store the
 // rows of one column lie side by side, so the reads run along memory instead of jumping
 // a whole column for every element.
-template <typename T>
 class ListBuilder {
 public:
-    ListBuilder(const StridedView& view, size_t top) : m_view(view), m_top(top) {}
+    ListBuilder(const StridedView& view, const ElementOps& ops, size_t top) : m_view(view), m_ops(ops), m_top(top) {}
 
     bool enter(size_t level, int64_t) {
         m_open.push_back(PyRef::steal(PyList_New(static_cast<Py_ssize_t>(m_view.lengths[level]))));
@@ -60,7 +58,7 @@ private:
         const char* element = m_view.at(offset);
         const int64_t stride = m_view.strides[level];
         for (int64_t i = 0; i < m_view.lengths[level]; ++i, element += stride) {
-            PyObject* item = elementToPython<T>(element);
+            PyObject* item = m_ops.toPython(element);
             if (!item) return fail();
             PyList_SET_ITEM(list, static_cast<Py_ssize_t>(i), item);
         }
@@ -87,7 +85,7 @@ private:
             for (int64_t j = 0; j < columns; ++j) {
                 const char* element = base + first * rowStride + j * columnStride;
                 for (int64_t i = first; i < end; ++i, element += rowStride) {
-                    PyObject* item = elementToPython<T>(element);
+                    PyObject* item = m_ops.toPython(element);
                     if (!item) return fail();  // unfilled entries are null, which a list may hold
                     PyList_SET_ITEM(PyList_GET_ITEM(list, i), static_cast<Py_ssize_t>(j), item);
                 }
@@ -97,23 +95,22 @@ private:
     }
 
     const StridedView& m_view;
+    const ElementOps& m_ops;
     size_t m_top;
     std::vector<PyRef> m_open;
 };
 
 // The lists of the levels of `view` from `top` on, at `origin`.
-template <typename T>
-PyObject* listOfLevels(const StridedView& view, size_t top, int64_t origin) {
-    ListBuilder<T> builder(view, top);
+PyObject* listOfLevels(const StridedView& view, const ElementOps& ops, size_t top, int64_t origin) {
+    ListBuilder builder(view, ops, top);
     if (!walkView(view, top, origin, 2, builder)) return nullptr;
     return builder.result();
 }
 
-template <typename T>
-PyObject* listOfView(const CursorView& cursorView) {
+PyObject* listOfView(const CursorView& cursorView, const ElementOps& ops) {
     const StridedView& view = cursorView.view;
     if (view.levels() == 0) return PyList_New(0);
-    if (!cursorView.endsInSlice) return listOfLevels<T>(view, 0, view.origin);
+    if (!cursorView.endsInSlice) return listOfLevels(view, ops, 0, view.origin);
 
     // The slice's positions: any item that can't be made fails the list as a whole.
     PyRef result = PyRef::steal(PyList_New(static_cast<Py_ssize_t>(view.lengths[0])));
@@ -121,9 +118,9 @@ PyObject* listOfView(const CursorView& cursorView) {
     const bool built = forEachSliceEntry(cursorView, [&](int64_t k, int64_t offset) {
         PyObject* item = nullptr;
         if (view.levels() == 1) {
-            if (view.data) item = elementToPython<T>(view.at(offset));
+            if (view.data) item = ops.toPython(view.at(offset));
         } else {
-            item = listOfLevels<T>(view, 1, offset);
+            item = listOfLevels(view, ops, 1, offset);
         }
         if (item) PyList_SET_ITEM(result.get(), static_cast<Py_ssize_t>(k), item);
         return item != nullptr;
@@ -131,30 +128,21 @@ PyObject* listOfView(const CursorView& cursorView) {
     return built ? result.release() : failListItem();
 }
 
-template <typename T>
-PyObject* listOfCursor(const MDACursor& cursor, bool wholeLastDimension) {
+PyObject* listOfCursor(const MDACursor& cursor, const ElementOps& ops, bool wholeLastDimension) {
     const WalkHold hold(cursor.m_store);
     CursorView view;
     if (!viewOfCursor(cursor, view, wholeLastDimension)) return nullptr;
-    return listOfView<T>(view);
+    return listOfView(view, ops);
 }
 
 }  // namespace
 
-template <typename T>
-PyObject* cursorToList(const MDACursor& cursor) {
-    return listOfCursor<T>(cursor, false);
+PyObject* cursorToList(const MDACursor& cursor, const ElementOps& ops) {
+    return listOfCursor(cursor, ops, false);
 }
 
-template <typename T>
-PyObject* integerRecordsToList(const MDACursor& cursor) {
-    return listOfCursor<T>(cursor, true);
+PyObject* integerRecordsToList(const MDACursor& cursor, const ElementOps& ops) {
+    return listOfCursor(cursor, ops, true);
 }
-
-#define KEROVA_TO_LIST_INSTANCES(type, name)                 \
-    template PyObject* cursorToList<type>(const MDACursor&); \
-    template PyObject* integerRecordsToList<type>(const MDACursor&);
-KEROVA_ELEMENT_TYPES(KEROVA_TO_LIST_INSTANCES)
-#undef KEROVA_TO_LIST_INSTANCES
 
 }  // namespace kerova

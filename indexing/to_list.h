@@ -7,15 +7,13 @@
 #include <vector>
 
 #include "core/cursor.h"
+#include "kinds/element_ops.h"
 
 namespace kerova {
 
-// T is the element type (std::complex<U> for a complex array). New list, or null with an
-// error set.
-template <typename T>
-PyObject* cursorToList(const MDACursor& cursor);
+// `ops` is the row of the elements' type. New list, or null with an error set.
+PyObject* cursorToList(const MDACursor& cursor, const ElementOps& ops);
 // The same with a final slice left out: its whole dimension is walked, as pickling does.
-template <typename T>
-PyObject* integerRecordsToList(const MDACursor& cursor);
+PyObject* integerRecordsToList(const MDACursor& cursor, const ElementOps& ops);
 
 }  // namespace kerova

@@ -88,6 +88,11 @@ KEROVA_ARRAY_KINDS(KEROVA_KIND_TRAITS)
 template <SupportedArrayEnum K>
 using element_t = typename Kind<K>::element_type;
 
+// The element type that an array of kind K holds (logical has no complex form).
+template <SupportedArrayEnum K, bool Complex>
+using stored_element_t =
+    std::conditional_t<Complex && K != SupportedArrayEnum::LOGICAL, std::complex<element_t<K>>, element_t<K>>;
+
 template <SupportedArrayEnum K>
 using kind_constant = std::integral_constant<SupportedArrayEnum, K>;
 

@@ -1,7 +1,8 @@
-// The eleven array type objects, stamped from the element-kind table, and the slots
-// that live directly in them: allocation, deallocation, length. Every slot that can fail
-// is reached through the barrier.
+// The eleven array type objects and the slots that live directly in them: allocation,
+// deallocation, length. Every slot that can fail is reached through the barrier.
 #include <Python.h>
+
+#include <array>
 
 #include "construction/constructor.h"
 #include "core/barrier.h"
@@ -43,42 +44,47 @@ namespace {
 
 PyBufferProcs g_arrayBufferProcs = {guarded<arrayGetBuffer>, arrayReleaseBuffer};
 
-// One type object and its protocol tables per kind.
-template <SupportedArrayEnum K>
-struct ArrayTypeObject {
-    static inline PySequenceMethods sequence = [] {
-        PySequenceMethods methods{};
-        methods.sq_length = guarded<arrayLength>;
-        methods.sq_item = guarded<readByInteger<K>>;
-        return methods;
-    }();
-    static inline PyMappingMethods mapping = {guarded<arrayLength>, guarded<readByIndexObject<K>>,
-                                              guarded<assignByIndexObject<K>>};
-    static inline PyTypeObject type = [] {
-        PyTypeObject t{};
-        Py_SET_REFCNT(reinterpret_cast<PyObject*>(&t), 1);  // a static type owns one reference
-        t.tp_basicsize = sizeof(ArrayObject);
-        t.tp_itemsize = 0;
-        t.tp_dealloc = arrayDealloc;
-        t.tp_repr = guarded<arrayRepr<K>>;
-        t.tp_as_sequence = &sequence;
-        t.tp_as_mapping = &mapping;
-        t.tp_str = guarded<arrayStr<K>>;
-        t.tp_as_buffer = &g_arrayBufferProcs;
-        t.tp_flags = Py_TPFLAGS_DEFAULT;
-        t.tp_richcompare = guarded<arrayRichCompare<K>>;
-        t.tp_iter = guarded<arrayIter>;
-        t.tp_methods = g_arrayMethods;
-        t.tp_getset = g_arrayGetSet;
-        t.tp_new = guarded<newArray<K>>;
-        return t;
-    }();
-};
+// The protocol tables are shared; the type objects differ only in their names, which
+// module initialisation gives them from the kind table.
+PySequenceMethods g_arraySequence = [] {
+    PySequenceMethods methods{};
+    methods.sq_length = guarded<arrayLength>;
+    methods.sq_item = guarded<readByInteger>;
+    return methods;
+}();
+
+PyMappingMethods g_arrayMapping = {guarded<arrayLength>, guarded<readByIndexObject>, guarded<assignByIndexObject>};
+
+PyTypeObject arrayType() {
+    PyTypeObject t{};
+    Py_SET_REFCNT(reinterpret_cast<PyObject*>(&t), 1);  // a static type owns one reference
+    t.tp_basicsize = sizeof(ArrayObject);
+    t.tp_itemsize = 0;
+    t.tp_dealloc = arrayDealloc;
+    t.tp_repr = guarded<arrayRepr>;
+    t.tp_as_sequence = &g_arraySequence;
+    t.tp_as_mapping = &g_arrayMapping;
+    t.tp_str = guarded<arrayStr>;
+    t.tp_as_buffer = &g_arrayBufferProcs;
+    t.tp_flags = Py_TPFLAGS_DEFAULT;
+    t.tp_richcompare = guarded<arrayRichCompare>;
+    t.tp_iter = guarded<arrayIter>;
+    t.tp_methods = g_arrayMethods;
+    t.tp_getset = g_arrayGetSet;
+    t.tp_new = guarded<newArray>;
+    return t;
+}
+
+std::array<PyTypeObject, kNumberOfKinds> g_types = [] {
+    std::array<PyTypeObject, kNumberOfKinds> types;
+    types.fill(arrayType());
+    return types;
+}();
 
 }  // namespace
 
 PyTypeObject* arrayTypeObject(SupportedArrayEnum kind) {
-    return dispatchKind(kind, [](auto k) { return &ArrayTypeObject<decltype(k)::value>::type; });
+    return &g_types[static_cast<size_t>(kind)];
 }
 
 }  // namespace kerova

@@ -33,7 +33,7 @@ PyObject* arrayReduce(PyObject* self, PyObject*) {
             PyErr_SetString(PyExc_RuntimeError, "invalid type.");
             return nullptr;
         } else {
-            return integerRecordsToList<T>(*cursor);
+            return integerRecordsToList(*cursor, *elementOpsOf(data::array_type_v<T>));
         }
     }));
     if (!elements) return nullptr;
