@@ -3,7 +3,7 @@
 
 #include <Python.h>
 
-#include <complex>
+#include <optional>
 #include <utility>
 
 #include "construction/constructor_arguments.h"
@@ -13,28 +13,18 @@
 
 namespace kerova {
 
-// The stand-in that a failed build returns: a scalar 0 of the element type.
+// The library array that the arguments describe, with element type T; empty with a
+// Python exception set.
 template <typename T>
-data::Array zeroScalar(data::ArrayFactory& factory) {
-    if constexpr (data::is_complex_v<T>) {
-        return factory.createComplexScalar(T{});
-    } else {
-        return factory.createScalar(T{});
-    }
-}
-
-// The library array that the arguments describe, with element type T. On failure `ok`
-// is false, a Python exception is set, and the result is a scalar 0 for the caller to drop.
-template <typename T>
-data::Array buildArray(const ConstructorArguments& arguments, bool& ok) {
+std::optional<data::Array> buildArray(const ConstructorArguments& arguments) {
     MDAInitializer<T> initializer;
+    bool ok = true;
     data::buffer_ptr_t<T> buffer = initializer.fromArguments(arguments, ok);
-    data::ArrayFactory& factory = sharedFactory();
-    if (!ok) return zeroScalar<T>(factory);
+    if (!ok) return std::nullopt;
     // Data met in row order is brought into column-major order on the way; fewer than
     // two elements, or none held in the scratch store (size alone, `vector`), are
     // taken as they lie.
-    return data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), factory,
+    return data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), sharedFactory(),
                                           initializer.arrayDims(), initializer.elementCount());
 }
 

@@ -29,19 +29,15 @@ SupportedArrayEnum kindOfType(PyTypeObject* type) {
 // describe; empty with a Python error set.
 template <typename T>
 std::optional<data::Array> buildKind(const ConstructorArguments& arguments, bool isComplex) {
-    bool ok = true;
     if constexpr (std::is_same_v<T, bool>) {
         if (isComplex) {
             PyErr_SetString(PyExc_TypeError, "logical arrays must not be complex.");
             return std::nullopt;
         }
-        data::Array array = buildArray<T>(arguments, ok);
-        if (ok) return array;
+        return buildArray<T>(arguments);
     } else {
-        data::Array array = isComplex ? buildArray<std::complex<T>>(arguments, ok) : buildArray<T>(arguments, ok);
-        if (ok) return array;
+        return isComplex ? buildArray<std::complex<T>>(arguments) : buildArray<T>(arguments);
     }
-    return std::nullopt;
 }
 
 }  // namespace
