@@ -3,11 +3,13 @@
     python bench/sweep.py                 # 10^2 .. 10^7 elements
     python bench/sweep.py --quick         # 10^2 .. 10^5, fewer repeats
     python bench/sweep.py --only clone str
+    python bench/sweep.py --plot sweep.png  # also a picture: ratio against size, targets drawn in
 
 A ratio at one size hides allocator, cache and fixed costs at the others, so every
 workload runs on square arrays of each size, against its reference in the same run.
 Each time is the median of several samples, a sample repeating the call until it takes
-a few milliseconds. A ratio above the workload's target is marked with '*'.
+a few milliseconds. A ratio above the workload's target is marked with '*'. The per-call rows that follow
+time single calls on 3x3 arrays, where the fixed cost of a call is all there is.
 """
 
 import argparse
@@ -81,10 +83,50 @@ def pairs(side):
     ]
 
 
+PER_CALL_TARGETS = {
+    "from a list": 1.0, "from an ndarray": 1.0, "size=(3, 3)": 1.5, "clone()": 1.0, "a == b": 1.5,
+}
+
+
+def per_call_pairs():
+    """(call, kerova call, reference call) on 3 x 3 arrays."""
+    floats = [[1.5, 2.5, 3.5], [4.5, 5.5, 6.5], [7.5, 8.5, 9.5]]
+    floats_copy = [list(row) for row in floats]
+    x = numpy.array(floats)
+    a, b = kerova.double(floats), kerova.double(floats)
+    return [
+        ("from a list", lambda: kerova.double(floats), lambda: numpy.array(floats)),
+        ("from an ndarray", lambda: kerova.double(x), lambda: numpy.array(x, order="F")),
+        ("size=(3, 3)", lambda: kerova.double(size=(3, 3)), lambda: numpy.zeros((3, 3))),
+        ("clone()", a.clone, x.copy),
+        ("a == b", lambda: a == b, lambda: floats == floats_copy),
+    ]
+
+
+def plot(rows, exponents, path):
+    """A PNG of each workload's ratio against size on log axes, its target dashed."""
+    import matplotlib  # an optional benchmark dependency
+
+    matplotlib.use("Agg")
+    from matplotlib import pyplot
+
+    figure, axes = pyplot.subplots(figsize=(9, 5.5))
+    sizes = [10 ** e for e in exponents]
+    for name, ratios in rows.items():
+        line, = axes.plot(sizes, [ratios[e] for e in exponents], marker="o", label=name)
+        axes.axhline(TARGETS[name], color=line.get_color(), linestyle="--", linewidth=0.8)
+    axes.set(xscale="log", yscale="log", xlabel="elements", ylabel="time kerova / reference",
+             title="kerova against its references (dashed: each workload's target)")
+    axes.legend(fontsize="small", ncol=2)
+    figure.tight_layout()
+    figure.savefig(path, dpi=110)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--quick", action="store_true", help="sizes up to 10^5, three samples")
     parser.add_argument("--only", nargs="+", metavar="WORD", help="workloads whose name holds one of these words")
+    parser.add_argument("--plot", metavar="PATH", help="also write a PNG of the ratios (needs matplotlib)")
     args = parser.parse_args()
     exponents = range(2, 6) if args.quick else range(2, 8)
     repeats = 3 if args.quick else 5
@@ -100,6 +142,18 @@ def main():
     for name, ratios in rows.items():
         cells = "".join(f"{ratios[e]:7.2f}{'*' if ratios[e] > TARGETS[name] else ' '}" for e in exponents)
         print(f"{name:26} {TARGETS[name]:6.1f}{cells}")
+
+    print(f"\n{'per call, 3x3':26} {'target':>6} {'ratio':>7} {'kerova':>9} {'reference':>10}")
+    for name, ours, reference in per_call_pairs():
+        if args.only and not any(word in name for word in args.only):
+            continue
+        mine, theirs = timed(ours, repeats), timed(reference, repeats)
+        mark = "*" if mine / theirs > PER_CALL_TARGETS[name] else " "
+        print(f"{name:26} {PER_CALL_TARGETS[name]:6.1f} {mine / theirs:6.2f}{mark} {mine * 1e9:7.0f}ns {theirs * 1e9:8.0f}ns")
+
+    if args.plot:
+        plot(rows, exponents, args.plot)
+        print(f"plot: {args.plot}")
 
 
 if __name__ == "__main__":
