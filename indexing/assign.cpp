@@ -285,13 +285,11 @@ int assignByIndex(MDACursor& cursor, PyObject* index, PyObject* value) {
     SliceIndexItem item;
     if (!sliceIndexFromPython(index, len, item)) return -1;
     if (lastDimension) {
-        bool ok = false;
-        const std::vector<int64_t> indices = getIntegerIndexValues(item, len, ok);
-        if (!ok) {
+        if (!item.m_isNormalized) {
             PyErr_SetString(PyExc_RuntimeError, "unable to normalize index.");
             return -1;
         }
-        return assignRowSlice<T>(cursor, indices, value);
+        return assignRowSlice<T>(cursor, sliceIndexValues(item), value);
     }
     return assignRegion<T>(cursor, item, value, len);
 }

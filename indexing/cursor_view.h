@@ -55,9 +55,9 @@ struct CursorView {
 // The view of `cursor` (a final slice left out when `wholeLastDimension`, as pickling
 // walks it); false with the error set.
 inline bool viewOfCursor(const MDACursor& cursor, CursorView& result, bool wholeLastDimension = false) {
-    bool ok = false;
-    const std::vector<int64_t> coordinates = getIntegerIndices(cursor, ok);
-    if (!ok) return false;
+    const std::optional<std::vector<int64_t>> indices = integerIndices(cursor);
+    if (!indices) return false;
+    const std::vector<int64_t>& coordinates = *indices;
     const MDArrayWrapper& store = *cursor.m_store;
     const size_t depth = coordinates.size();
     if (wholeLastDimension || !cursor.endsInSlice()) {
@@ -74,10 +74,7 @@ inline bool viewOfCursor(const MDACursor& cursor, CursorView& result, bool whole
     }
     const SliceIndexItem& slice = cursor.finalSlice();
     const int64_t length = store.m_shape[static_cast<size_t>(sliceDepth)];
-    if (!slice.m_isNormalized) {
-        getIntegerIndexValues(slice, length, ok);  // sets the error
-        return false;
-    }
+    if (!requireNormalized(slice, length)) return false;
     if (!coordinatesFitStore(store, coordinates)) return false;
     result.view = StridedView::below(store, coordinates.data(), depth);
     const int64_t count = sliceWalkCount(slice);

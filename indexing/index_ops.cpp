@@ -113,15 +113,15 @@ bool sliceIndexFromPython(PyObject* slice, int64_t len, SliceIndexItem& item) {
     return unpacked >= 0;
 }
 
-std::vector<int64_t> getIntegerIndexValues(const SliceIndexItem& item, int64_t len, bool& success) {
-    success = true;
+bool requireNormalized(const SliceIndexItem& item, int64_t len) {
+    if (item.m_isNormalized) return true;
+    setRuntimeError("getIntegerIndexValues(" + std::to_string(len) +
+                    ", &success) was called before the slice item was normalized.");
+    return false;
+}
+
+std::vector<int64_t> sliceIndexValues(const SliceIndexItem& item) {
     std::vector<int64_t> values;
-    if (!item.m_isNormalized) {
-        success = false;
-        setRuntimeError("getIntegerIndexValues(" + std::to_string(len) +
-                        ", &success) was called before the slice item was normalized.");
-        return values;
-    }
     const int64_t count = sliceWalkCount(item);
     values.reserve(static_cast<size_t>(count));
     for (int64_t k = 0; k < count; ++k) values.push_back(sliceValueAt(item, k));
@@ -154,11 +154,7 @@ bool mapIndexThroughSlice(const MDACursor& cursor, IntegerIndexItem& item, int64
         return false;
     }
     const SliceIndexItem& slice = cursor.finalSlice();
-    if (!slice.m_isNormalized) {
-        bool ok = false;
-        getIntegerIndexValues(slice, len, ok);  // reports the unnormalised slice
-        return false;
-    }
+    if (!requireNormalized(slice, len)) return false;
     if (item.m_index < 0 || item.m_index >= sliceWalkCount(slice)) {
         setRuntimeError("unable to index into slice.");
         return false;
@@ -180,11 +176,7 @@ bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t le
         return false;
     }
     if (!normalizeSliceIndex(item, *outer.m_slice_len)) return false;
-    if (!outer.m_isNormalized) {
-        bool ok = false;
-        getIntegerIndexValues(outer, len, ok);
-        return false;
-    }
+    if (!requireNormalized(outer, len)) return false;
     const int64_t n = sliceWalkCount(outer);
     if (n == 0) {
         item = outer;
@@ -229,8 +221,7 @@ bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item) {
     return true;
 }
 
-std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success) {
-    success = true;
+std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor) {
     std::vector<int64_t> indices;
     const size_t count = std::min(static_cast<size_t>(std::max<int64_t>(cursor.m_numberOfIntegerIndicesSoFar, 0)),
                                   cursor.m_indexItems.size());
@@ -238,9 +229,8 @@ std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success) {
     for (size_t k = 0; k < count; ++k) {
         const auto* integer = std::get_if<IntegerIndexItem>(&cursor.m_indexItems[k]);
         if (!integer) {
-            success = false;
             setRuntimeError("slice index unexpectedly found.");
-            return {};
+            return std::nullopt;
         }
         indices.push_back(integer->m_index);
     }

@@ -4,6 +4,7 @@
 #include <Python.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "core/cursor.h"
@@ -14,7 +15,11 @@ namespace kerova {
 bool normalizeIntegerIndex(IntegerIndexItem& item, int64_t len);
 bool normalizeSliceIndex(SliceIndexItem& item, int64_t len);
 bool sliceIndexFromPython(PyObject* slice, int64_t len, SliceIndexItem& item);
-std::vector<int64_t> getIntegerIndexValues(const SliceIndexItem& item, int64_t len, bool& success);
+// Whether a slice record has been normalised against its dimension of length `len`;
+// false with RuntimeError set.
+bool requireNormalized(const SliceIndexItem& item, int64_t len);
+// The positions that a normalised slice record walks.
+std::vector<int64_t> sliceIndexValues(const SliceIndexItem& item);
 
 // Length of the next dimension to be indexed (the final slice's length if the list ends
 // in one); -1 with an error set on failure.
@@ -23,7 +28,9 @@ bool mapIndexThroughSlice(const MDACursor& cursor, IntegerIndexItem& item, int64
 bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t len);
 bool pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item);
 bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item);
-std::vector<int64_t> getIntegerIndices(const MDACursor& cursor, bool& success);
+// The integer records in front of the first open dimension; empty with RuntimeError set
+// when a slice stands among them.
+std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor);
 
 // The odometer over the box that a list of records selects (the last dimension moves first).
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count);
