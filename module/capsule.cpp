@@ -28,17 +28,6 @@ static_assert(kClassifyFlags == 156);
 // Offset between the complex and the real number of a kind in arrayFromBuffer.
 constexpr int32_t kComplexOffset = 10;
 
-// Releases an acquired view when it goes.
-struct ViewRelease {
-    Py_buffer* view;
-    explicit ViewRelease(Py_buffer* acquired) noexcept : view(acquired) {}
-    ViewRelease(const ViewRelease&) = delete;
-    ViewRelease& operator=(const ViewRelease&) = delete;
-    ~ViewRelease() {
-        if (view != nullptr) PyBuffer_Release(view);
-    }
-};
-
 }  // namespace
 
 std::optional<int32_t> formatToArrayType(char character) {
@@ -48,39 +37,34 @@ std::optional<int32_t> formatToArrayType(char character) {
     return std::nullopt;
 }
 
-int classifyBuffer(PyObject* object, Py_buffer* view, bool* isComplex) {
-    if (object == nullptr || !PyObject_CheckBuffer(object)) return -1;
-    if (view == nullptr || isComplex == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
-        return -2;
-    }
-    if (PyObject_GetBuffer(object, view, kClassifyFlags) != 0) return -3;
-    const char* format = view->format;
+std::optional<BufferClass> classifyBuffer(PyObject* object, BufferView& view) {
+    if (!view.acquire(object, kClassifyFlags)) return std::nullopt;
+    const char* format = view.view().format;
     if (format == nullptr) {
         PyErr_SetString(PyExc_RuntimeError, "format field is null.");
-        return -4;
+        return std::nullopt;
     }
     if (format[0] == '\0') {
         PyErr_SetString(PyExc_RuntimeError, "format field is empty.");
-        return -5;
+        return std::nullopt;
     }
-    *isComplex = false;
+    bool isComplex = false;
     char character = format[0];
     if (character == 'Z') {
-        *isComplex = true;
+        isComplex = true;
         character = format[1] != '\0' ? format[1] : 'd';
     }
     if (character == 'L') {
-        character = view->itemsize == 4 ? 'I' : 'Q';
+        character = view.view().itemsize == 4 ? 'I' : 'Q';
     } else if (character == 'l') {
-        character = view->itemsize == 4 ? 'i' : 'q';
+        character = view.view().itemsize == 4 ? 'i' : 'q';
     }
     const std::optional<int32_t> number = formatToArrayType(character);
     if (!number) {
         PyErr_SetString(PyExc_RuntimeError, (std::string("format character not supported: ") + character).c_str());
-        return -6;
+        return std::nullopt;
     }
-    return *number;
+    return BufferClass{*number, isComplex};
 }
 
 PyObject* wrapArray(ArrayImpl* impl) {
@@ -124,15 +108,15 @@ ArrayImpl* unwrapArray(PyObject* object) {
 
 PyObject* arrayFromBuffer(PyObject* object, int32_t* typeNumber) {
     if (typeNumber != nullptr) *typeNumber = kNoTypeNumber;
-    Py_buffer view{};
-    bool isComplex = false;
-    const int classified = classifyBuffer(object, &view, &isComplex);
-    // A view taken by the classification is released on every road out, refusals included.
-    const ViewRelease release{classified >= 0 || classified < -3 ? &view : nullptr};
-    if (classified < 0) return nullptr;
-    if (typeNumber != nullptr) *typeNumber = classified + (isComplex ? kComplexOffset : 0);
+    if (object == nullptr || !PyObject_CheckBuffer(object)) return nullptr;  // no buffer, no error
+    // The view taken by the classification is released on every road out, refusals included.
+    BufferView view;
+    const std::optional<BufferClass> classified = classifyBuffer(object, view);
+    if (!classified) return nullptr;
+    const bool isComplex = classified->isComplex;
+    if (typeNumber != nullptr) *typeNumber = classified->number + (isComplex ? kComplexOffset : 0);
 
-    PyTypeObject* type = g_arrayTypes[classified - 3];
+    PyTypeObject* type = g_arrayTypes[classified->number - 3];
     const PyRef args = PyRef::steal(Py_BuildValue("(O)", object));
     if (!args) return nullptr;
     PyRef kwargs;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "construction/python_access.h"
 #include "data_array/function_table.h"
 
 namespace kerova {
@@ -29,12 +30,17 @@ void destroyObject(PyObject* object);
 // Whether `object` exports the buffer protocol; sets no error.
 bool checkBuffer(PyObject* object);
 
-// The number of the element kind of a buffer's format (3 for "d" ... 12 for "Q", 13
-// for "?"), with `*isComplex` telling a "Z" format. Negative codes: -1 no buffer (no
-// error set), -2 null argument, -3 the exporter refused, -4 null format, -5 empty
-// format, -6 unknown format character. On a result of 0 or more and on -4 to -6 the
-// view is acquired and the caller releases it.
-int classifyBuffer(PyObject* object, Py_buffer* view, bool* isComplex);
+// What a buffer's format says: the number of its element kind (3 for "d" ... 12 for
+// "Q", 13 for "?"), and whether a "Z" format makes it complex.
+struct BufferClass {
+    int32_t number;
+    bool isComplex;
+};
+
+// The class of the buffer that `object` exports, through a view taken into `view`;
+// empty with the exporter's error set, or RuntimeError for a null, empty or unknown
+// format. `object` exports the buffer protocol.
+std::optional<BufferClass> classifyBuffer(PyObject* object, BufferView& view);
 
 // The number of a format character: the position in "dfbBhHiIqQ?" plus 3. An unknown
 // character writes "Format character not found in enum: " and the character to stderr.
