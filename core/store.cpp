@@ -31,7 +31,8 @@ void MDArrayWrapper::bindToArray() {
         using T = typed_element_t<decltype(typed)>;
         return static_cast<int64_t>(sizeof(T));
     });
-    m_format = formatOfType(m_array.type());
+    m_type = m_array.type();
+    m_format = formatOfType(m_type);
     computeStrides();
     m_numElems = static_cast<int64_t>(m_array.numberOfElements());
     m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;

@@ -65,6 +65,7 @@ public:
     int64_t m_bufferSizeInBytes = 0;
     int64_t m_elemSizeInBytes = 0;
     char* m_buf = nullptr;  // m_mirror's data, kept at hand for the hot paths
+    data::ArrayType m_type = data::ArrayType::DOUBLE;  // the library array's element type
     const char* m_format = nullptr;  // the buffer format of the element type; null for none
     // Where the library array kept its elements at the last write: only ever a prefetch
     // hint, forgotten when the store is bound to another array.

@@ -51,9 +51,9 @@ Walk walkOf(const MDACursor& cursor) {
     Walk walk;
     walk.store = cursor.m_store.get();
     const int64_t baseDepth = cursor.m_numberOfIntegerIndicesSoFar;
-    const std::vector<int64_t> start = startCoordinates(cursor, static_cast<size_t>(baseDepth + 1));
-    walk.coordinates.assign(start.begin(), start.end());
-    walk.isExhausted = !isPositionInRange(cursor, start, baseDepth + 1);
+    walk.coordinates.resize(static_cast<size_t>(baseDepth + 1));
+    startCoordinates(cursor, walk.coordinates.data(), walk.coordinates.size());
+    walk.isExhausted = !isPositionInRange(cursor, walk.coordinates.data(), walk.coordinates.size(), baseDepth + 1);
     walk.yieldsSubArrays = walk.store->m_nDim - baseDepth > 1;
     walk.hasRecord = static_cast<size_t>(baseDepth) < cursor.m_indexItems.size();
     if (walk.hasRecord) walk.bounds = boundsOf(cursor.m_indexItems[static_cast<size_t>(baseDepth)]);
@@ -205,31 +205,37 @@ Shapes compareShapes(const Box& a, const Box& b) {
     }
 }
 
+Outcome boxesEqual(const Box& boxA, const Box& boxB, const ElementComparison& comparison) {
+    switch (compareShapes(boxA, boxB)) {
+        case Shapes::EQUAL:
+            return Outcome::EQUAL;
+        case Shapes::UNEQUAL:
+            return Outcome::UNEQUAL;
+        case Shapes::COMPARE_ELEMENTS:
+            break;
+    }
+    // Innermost the level that moves least through the first store, so that the
+    // comparison runs along memory rather than across it.
+    boost::container::small_vector<CompareLevel, 8> levels;
+    for (size_t k = 0; k < boxA.lengths.size(); ++k) {
+        levels.push_back({boxA.lengths[k], boxA.strides[k], boxB.strides[k]});
+    }
+    // A stable insertion sort: there are few levels, and it needs no scratch memory.
+    for (size_t k = 1; k < levels.size(); ++k) {
+        const CompareLevel level = levels[k];
+        size_t j = k;
+        for (; j > 0 && std::abs(level.strideA) < std::abs(levels[j - 1].strideA); --j) levels[j] = levels[j - 1];
+        levels[j] = level;
+    }
+    const bool equal =
+        comparison.levels(boxA.at(boxA.origin), boxB.at(boxB.origin), levels.data(), levels.size() - 1);
+    return equal ? Outcome::EQUAL : Outcome::UNEQUAL;
+}
+
 Outcome nativeWalksEqual(Walk& a, Walk& b, const ElementComparison& comparison) {
     Box boxA;
     Box boxB;
-    if (boxOf(a, boxA) && boxOf(b, boxB)) {
-        switch (compareShapes(boxA, boxB)) {
-            case Shapes::EQUAL:
-                return Outcome::EQUAL;
-            case Shapes::UNEQUAL:
-                return Outcome::UNEQUAL;
-            case Shapes::COMPARE_ELEMENTS:
-                break;
-        }
-        // Innermost the level that moves least through the first store, so that the
-        // comparison runs along memory rather than across it.
-        boost::container::small_vector<CompareLevel, 8> levels;
-        for (size_t k = 0; k < boxA.lengths.size(); ++k) {
-            levels.push_back({boxA.lengths[k], boxA.strides[k], boxB.strides[k]});
-        }
-        std::stable_sort(levels.begin(), levels.end(), [](const CompareLevel& x, const CompareLevel& y) {
-            return std::abs(x.strideA) < std::abs(y.strideA);
-        });
-        const bool equal =
-            comparison.levels(boxA.at(boxA.origin), boxB.at(boxB.origin), levels.data(), levels.size() - 1);
-        return equal ? Outcome::EQUAL : Outcome::UNEQUAL;
-    }
+    if (boxOf(a, boxA) && boxOf(b, boxB)) return boxesEqual(boxA, boxB, comparison);
     auto compare = [&](const char* pa, const char* pb) { return comparison.elements(pa, pb); };
     return walksEqual(a, b, compare);
 }
@@ -248,12 +254,17 @@ Outcome pythonWalksEqual(Walk& a, Walk& b, const ElementOps& opsA, const Element
     return walksEqual(a, b, compare);
 }
 
+// A whole array's walk covers its store as it lies: its box is the store's view.
+bool isWholeInStore(const MDACursor& cursor) {
+    const MDArrayWrapper& store = *cursor.m_store;
+    return cursor.m_indexItems.empty() && cursor.m_numberOfIntegerIndicesSoFar == 0 && store.m_buf &&
+           !store.m_shape.empty();
+}
+
 Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
     if (first.m_supportedArrayEnum != second.m_supportedArrayEnum) return Outcome::UNEQUAL;
-    Walk a = walkOf(first);
-    Walk b = walkOf(second);
-    const data::ArrayType typeA = a.store->m_array.type();
-    const data::ArrayType typeB = b.store->m_array.type();
+    const data::ArrayType typeA = first.m_store->m_type;
+    const data::ArrayType typeB = second.m_store->m_type;
     // Both stores of the kind's own types, real or complex: compared natively.
     const KindDescriptor& info = kindInfo(first.m_supportedArrayEnum);
     auto known = [&](data::ArrayType type) {
@@ -262,8 +273,17 @@ Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
     const ElementOps* opsA = elementOpsOf(typeA);
     const ElementOps* opsB = elementOpsOf(typeB);
     if (known(typeA) && known(typeB)) {
-        return nativeWalksEqual(a, b, typeB == info.realType ? opsA->withReal : opsA->withComplex);
+        const ElementComparison& comparison = typeB == info.realType ? opsA->withReal : opsA->withComplex;
+        if (isWholeInStore(first) && isWholeInStore(second)) {
+            const StridedView whole = StridedView::below(*first.m_store, nullptr, 0);
+            return boxesEqual(whole, StridedView::below(*second.m_store, nullptr, 0), comparison);
+        }
+        Walk a = walkOf(first);
+        Walk b = walkOf(second);
+        return nativeWalksEqual(a, b, comparison);
     }
+    Walk a = walkOf(first);
+    Walk b = walkOf(second);
     return pythonWalksEqual(a, b, opsA ? *opsA : *first.m_ops, opsB ? *opsB : *second.m_ops);
 }
 

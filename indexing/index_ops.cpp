@@ -237,10 +237,14 @@ std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor) {
     return indices;
 }
 
+void startCoordinates(const MDACursor& cursor, int64_t* coordinates, size_t count) {
+    const size_t records = std::min(count, cursor.m_indexItems.size());
+    for (size_t k = 0; k < count; ++k) coordinates[k] = k < records ? boundsOf(cursor.m_indexItems[k]).lo : 0;
+}
+
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count) {
     std::vector<int64_t> coordinates(count, 0);
-    const size_t records = std::min(count, cursor.m_indexItems.size());
-    for (size_t k = 0; k < records; ++k) coordinates[k] = boundsOf(cursor.m_indexItems[k]).lo;
+    startCoordinates(cursor, coordinates.data(), count);
     return coordinates;
 }
 

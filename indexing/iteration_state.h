@@ -105,6 +105,6 @@ struct ArrayIterationState : MDACursor {
 };
 
 // Whether the first `numDims` coordinates lie in the box of the cursor's records.
-bool isPositionInRange(const MDACursor& cursor, const std::vector<int64_t>& coordinates, int64_t numDims);
+bool isPositionInRange(const MDACursor& cursor, const int64_t* coordinates, size_t count, int64_t numDims);
 
 }  // namespace kerova

@@ -25,7 +25,7 @@ struct KVPyIterObject {
 // The row for the store's element type, as the library reports it, or for the kind's
 // own where the library reports a type without one.
 const ElementOps* scalarOpsFor(const MDACursor& cursor) {
-    const ElementOps* ops = elementOpsOf(cursor.m_store->m_array.type());
+    const ElementOps* ops = elementOpsOf(cursor.m_store->m_type);
     return ops ? ops : cursor.m_ops;
 }
 
@@ -60,7 +60,7 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
     : MDACursor(source),
       baseDepth(source.m_numberOfIntegerIndicesSoFar),
       coordinates(startCoordinates(source, static_cast<size_t>(baseDepth + 1))),
-      isExhausted(!isPositionInRange(source, coordinates, baseDepth + 1)),
+      isExhausted(!isPositionInRange(source, coordinates.data(), coordinates.size(), baseDepth + 1)),
       yieldsSubArrays(m_store->m_nDim - baseDepth > 1),
       walk{0, 0, 1},
       hasRecord(static_cast<size_t>(baseDepth) < m_indexItems.size()),
@@ -116,10 +116,10 @@ PyObject* ArrayIterationState::nextSubArray() {
     return item;
 }
 
-bool isPositionInRange(const MDACursor& cursor, const std::vector<int64_t>& coordinates, int64_t numDims) {
-    if (static_cast<int64_t>(coordinates.size()) < numDims) numDims = static_cast<int64_t>(coordinates.size());
+bool isPositionInRange(const MDACursor& cursor, const int64_t* coordinates, size_t count, int64_t numDims) {
+    if (static_cast<int64_t>(count) < numDims) numDims = static_cast<int64_t>(count);
     const MDArrayWrapper& store = *cursor.m_store;
-    return positionInRange(store, coordinates.data(), numDims,
+    return positionInRange(store, coordinates, numDims,
                            [&](size_t d) { return boundsOf(cursor.m_indexItems, store.m_shape, d); });
 }
 

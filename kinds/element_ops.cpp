@@ -6,7 +6,8 @@
 #include <cmath>
 #include <complex>
 #include <type_traits>
-#include <vector>
+
+#include <boost/container/small_vector.hpp>
 
 namespace kerova {
 
@@ -159,7 +160,7 @@ bool levelsEqual(const char* pa, const char* pb, const CompareLevel* levels, siz
     for (size_t k = 0; k <= top; ++k) {
         if (levels[k].length == 0) return true;
     }
-    std::vector<int64_t> index(top + 1, 0);
+    boost::container::small_vector<int64_t, 8> index(top + 1, 0);
     int64_t offsetA = 0;
     int64_t offsetB = 0;
     for (;;) {
