@@ -120,9 +120,18 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
         PyErr_SetString(PyExc_RuntimeError, "reshape() is not allowed while the array is being read.");
         return nullptr;
     }
+    // The new shape is had before the library array changes, so that running out of
+    // memory for it changes nothing.
+    Extents shape;
+    try {
+        shape.assign(dims.begin(), dims.end());
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+        return nullptr;
+    }
     store.m_array = reshapeArray(std::move(store.m_array), dims);
     store.m_storageHint = nullptr;
-    std::vector<int64_t> oldShape = std::exchange(store.m_shape, std::move(dims));
+    Extents oldShape = std::exchange(store.m_shape, std::move(shape));
     const int32_t oldNDim = std::exchange(store.m_nDim, static_cast<int32_t>(store.m_shape.size()));
     store.m_order = 'F';
     try {

@@ -9,9 +9,15 @@
 #include <memory>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 #include "data_array/array.h"
 
 namespace kerova {
+
+// Lengths or strides, one per dimension: four in place cover most arrays without an
+// allocation of their own.
+using Extents = boost::container::small_vector<int64_t, 4>;
 
 // A block of mirrored elements. Buffer exports hold it by shared pointer, so a view
 // taken before a reshape keeps the memory it points into until it is released.
@@ -54,8 +60,8 @@ public:
     const std::shared_ptr<MirrorBlock>& mirror() const noexcept { return m_mirror; }
 
     data::Array m_array;
-    std::vector<int64_t> m_shape;
-    std::vector<int64_t> m_bytewiseStrides;
+    Extents m_shape;
+    Extents m_bytewiseStrides;
     char m_order = 'F';
     int32_t m_isReadOnly = 1;
     int32_t m_exports = 0;

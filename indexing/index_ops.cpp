@@ -248,7 +248,7 @@ std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count) {
     return coordinates;
 }
 
-bool nextCoordinates(std::vector<int64_t>& coordinates, const std::vector<int64_t>& shape,
+bool nextCoordinates(std::vector<int64_t>& coordinates, const Extents& shape,
                      const IndexItems& records) {
     if (coordinates.empty()) return true;
     for (size_t d = coordinates.size(); d-- > 0;) {

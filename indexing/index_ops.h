@@ -35,7 +35,7 @@ std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor);
 // The odometer over the box that a list of records selects (the last dimension moves first).
 std::vector<int64_t> startCoordinates(const MDACursor& cursor, size_t count);
 void startCoordinates(const MDACursor& cursor, int64_t* coordinates, size_t count);
-bool nextCoordinates(std::vector<int64_t>& coordinates, const std::vector<int64_t>& shape,
+bool nextCoordinates(std::vector<int64_t>& coordinates, const Extents& shape,
                      const IndexItems& records);
 
 }  // namespace kerova

@@ -43,7 +43,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
 
         if (count == 0) {
             // An empty sub-array takes the whole array's dimensions with the first one 0.
-            const std::vector<int64_t>& whole = cursor.m_store->m_shape;
+            const Extents& whole = cursor.m_store->m_shape;
             if (whole.empty()) {
                 PyErr_SetString(PyExc_RuntimeError, "dimensions are unexpectedly empty.");
                 return std::nullopt;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/index_item.h"
+#include "core/store.h"
 
 namespace kerova {
 
@@ -62,7 +63,7 @@ inline DimensionBounds boundsOf(const IndexItem& record) noexcept {
 // Bounds of dimension d under `records` (a cursor's list), the whole dimension where no
 // record stands.
 template <typename Records>
-DimensionBounds boundsOf(const Records& records, const std::vector<int64_t>& shape, size_t d) noexcept {
+DimensionBounds boundsOf(const Records& records, const Extents& shape, size_t d) noexcept {
     if (d < records.size()) return boundsOf(records[d]);
     return {0, d < shape.size() ? shape[d] : 0, 1};
 }

@@ -34,7 +34,7 @@ enum class FlattenMode : int32_t { ALL = 0, REAL = 1, IMAG = 2 };
 // them for a real array, the real or the imaginary parts for a complex one. They are
 // copied from the library array, not from the mirror.
 data::Array flattenToRow(const MDArrayWrapper& store, data::ArrayFactory& factory, FlattenMode mode) {
-    const std::vector<int64_t> shape = store.m_shape;
+    const std::vector<int64_t> shape(store.m_shape.begin(), store.m_shape.end());
     const size_t count = static_cast<size_t>(store.m_numElems);
     return apply_numeric_visitor(store.m_array, [&](const auto& typed) -> data::Array {
         using T = typed_element_t<decltype(typed)>;
@@ -104,7 +104,7 @@ PyObject* methodBytewiseStrides(PyObject* self, PyObject*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
     // A copy: making the Python ints can run Python code, which may reshape the store.
-    const std::vector<int64_t> strides = cursor->m_store->m_bytewiseStrides;
+    const Extents strides = cursor->m_store->m_bytewiseStrides;
     PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
     if (!tuple) return nullptr;
     for (size_t k = 0; k < strides.size(); ++k) {
