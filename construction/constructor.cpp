@@ -66,9 +66,9 @@ PyObject* newArray(PyTypeObject* type, PyObject* args, PyObject* kwds) {
     if (!parseConstructorArguments(args, kwds, arguments)) return nullptr;
     bool isComplex = false;
     if (arguments.isComplex != nullptr) {
-        bool parsed = true;
-        isComplex = parseBoolArgument(arguments.isComplex, "is_complex", parsed);
+        const std::optional<bool> parsed = parseBoolArgument(arguments.isComplex, "is_complex");
         if (!parsed) return nullptr;
+        isComplex = *parsed;
     }
     std::optional<data::Array> array = dispatchKind(
         kind, [&](auto k) { return buildKind<element_t<decltype(k)::value>>(arguments, isComplex); });

@@ -1,5 +1,6 @@
 #include "construction/constructor_arguments.h"
 
+#include <optional>
 #include <string>
 
 #include "core/py_ref.h"
@@ -74,16 +75,14 @@ bool parseConstructorArguments(PyObject* args, PyObject* kwds, ConstructorArgume
     return true;
 }
 
-bool parseBoolArgument(PyObject* value, const char* name, bool& ok) {
+std::optional<bool> parseBoolArgument(PyObject* value, const char* name) {
     if (value == nullptr) {
         PyErr_SetString(PyExc_TypeError, (std::string("value passed to '") + name + "' is null.").c_str());
-        ok = false;
-        return false;
+        return std::nullopt;
     }
     if (Py_TYPE(value) != &PyBool_Type) {
         PyErr_SetString(PyExc_TypeError, (std::string("value passed to '") + name + "' must be a bool.").c_str());
-        ok = false;
-        return false;
+        return std::nullopt;
     }
     return value == Py_True;
 }

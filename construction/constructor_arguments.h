@@ -4,6 +4,7 @@
 #include <Python.h>
 
 #include <array>
+#include <optional>
 
 #include "core/py_ref.h"
 
@@ -29,8 +30,8 @@ struct ConstructorArguments {
 // unknown keyword.
 bool parseConstructorArguments(PyObject* args, PyObject* kwds, ConstructorArguments& arguments);
 
-// The truth of `value`, which must be exactly True or False. Otherwise TypeError,
-// `ok` false and a false result.
-bool parseBoolArgument(PyObject* value, const char* name, bool& ok);
+// The truth of `value`, which must be exactly True or False; empty with TypeError set
+// otherwise.
+std::optional<bool> parseBoolArgument(PyObject* value, const char* name);
 
 }  // namespace kerova

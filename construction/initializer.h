@@ -18,6 +18,7 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -89,7 +90,7 @@ private:
     void copyElementsTo(T* out) const;
     static const char* kindName() { return kindNameOf<T>(); }
     bool scanSequence(PyObject* sequence, bool allowFloatForLogical);
-    bool scanNumberRow(PyObject* sequence, bool& ok);
+    std::optional<bool> scanNumberRow(PyObject* sequence);
     bool finishLevel();
     bool scanScalar(PyObject* object, bool allowFloatForLogical);
     bool acceptElement(const T& element);

@@ -97,33 +97,31 @@ bool MDAInitializer<T>::acceptElement(const T& element) {
 // one pass converts the items, and all of them converting proves the row uniform, so
 // the separate test of the items is skipped (it would touch every item twice). Any
 // other item undoes the row, which then takes the general walk with its order of
-// checks. Returns whether the row was taken; `ok` is the result of the level if so.
+// checks. Empty when the row was not taken; the result of the level otherwise.
 template <typename T>
-bool MDAInitializer<T>::scanNumberRow(PyObject* sequence, bool& ok) {
-    if (!m_isReserved || m_leafDepth != m_depth + 1) return false;
-    if (!PyList_CheckExact(sequence) && !PyTuple_CheckExact(sequence)) return false;
+std::optional<bool> MDAInitializer<T>::scanNumberRow(PyObject* sequence) {
+    if (!m_isReserved || m_leafDepth != m_depth + 1) return std::nullopt;
+    if (!PyList_CheckExact(sequence) && !PyTuple_CheckExact(sequence)) return std::nullopt;
     const Py_ssize_t length = PySequence_Fast_GET_SIZE(sequence);
     PyObject* const* items = PySequence_Fast_ITEMS(sequence);
     const size_t start = m_elements.size();
-    if (length == 0 || m_elements.capacity() - start < static_cast<size_t>(length)) return false;
+    if (length == 0 || m_elements.capacity() - start < static_cast<size_t>(length)) return std::nullopt;
     for (Py_ssize_t i = 0; i < length; ++i) {
         T element;
         if (!fastConvert<T>(items[i], element)) {
             m_elements.resize(start);
-            return false;
+            return std::nullopt;
         }
         m_elements.push_back(element);
     }
     ++m_depth;
     m_lengths[m_depth - 1] = static_cast<uint64_t>(length);
-    ok = finishLevel();
-    return true;
+    return finishLevel();
 }
 
 template <typename T>
 bool MDAInitializer<T>::scanSequence(PyObject* sequence, bool allowFloatForLogical) {
-    bool rowOk = false;
-    if (scanNumberRow(sequence, rowOk)) return rowOk;
+    if (const std::optional<bool> row = scanNumberRow(sequence)) return *row;
     const ChildCheck children = checkChildren(sequence);
     if (children.failed) return false;
     if (!children.uniform) {
