@@ -36,27 +36,25 @@ inline bool stridesFollow(const Py_ssize_t* strides, const std::vector<uint64_t>
 }
 
 template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::fromInitializer(PyObject* object, bool& ok) {
-    ok = false;
+typename MDAInitializer<T>::Block MDAInitializer<T>::fromInitializer(PyObject* object) {
     if (PyUnicode_Check(object)) {
         PyErr_SetString(PyExc_ValueError, "value passed to initializer must be numeric.");
-        return noBuffer<T>();
+        return std::nullopt;
     }
     m_hasInitializer = true;
     // The module's own arrays are walked item by item, so that their elements are
     // converted like any others.
     if (PyObject_CheckBuffer(object) && !isKerovaArray(object)) {
         BufferView view;
-        if (!view.acquire(object, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT)) return noBuffer<T>();
+        if (!view.acquire(object, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT)) return std::nullopt;
         const bool copied = copyFromBuffer(view.view());
         view.release();
-        if (!copied) return noBuffer<T>();
+        if (!copied) return std::nullopt;
     } else if (!scan(object, true)) {
-        return noBuffer<T>();
+        return std::nullopt;
     }
-    if (!finishShape()) return noBuffer<T>();
+    if (!finishShape()) return std::nullopt;
     while (m_dims.size() > 2 && m_dims.back() == 1) m_dims.pop_back();
-    ok = true;
     return std::move(m_imported);  // empty on the sequence road, whose elements are held
 }
 

@@ -18,13 +18,12 @@ namespace kerova {
 template <typename T>
 std::optional<data::Array> buildArray(const ConstructorArguments& arguments) {
     MDAInitializer<T> initializer;
-    bool ok = true;
-    data::buffer_ptr_t<T> buffer = initializer.fromArguments(arguments, ok);
-    if (!ok) return std::nullopt;
+    std::optional<data::buffer_ptr_t<T>> buffer = initializer.fromArguments(arguments);
+    if (!buffer) return std::nullopt;
     // Data met in row order is brought into column-major order on the way; fewer than
     // two elements, or none held in the scratch store (size alone, `vector`), are
     // taken as they lie.
-    return data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), sharedFactory(),
+    return data::makeArrayFromRawBlock<T>(std::move(*buffer), initializer.isColumnMajor(), sharedFactory(),
                                           initializer.arrayDims(), initializer.elementCount());
 }
 

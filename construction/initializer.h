@@ -42,13 +42,16 @@ struct ChildCheck {
 template <typename T>
 class MDAInitializer {
 public:
+    // A library block of elements, or empty with a Python exception set.
+    using Block = std::optional<data::buffer_ptr_t<T>>;
+
     MDAInitializer() = default;
     MDAInitializer(const MDAInitializer&) = delete;
     MDAInitializer& operator=(const MDAInitializer&) = delete;
 
-    // The flat element data of the array that the arguments describe. `ok` false means a
-    // Python exception is set and the buffer is empty.
-    data::buffer_ptr_t<T> fromArguments(const ConstructorArguments& arguments, bool& ok);
+    // The flat element data of the array that the arguments describe (a null block where
+    // the elements stay in the scratch store); empty with a Python exception set.
+    Block fromArguments(const ConstructorArguments& arguments);
 
     // Nested sequences (construction/sequence_scan.h).
     bool scan(PyObject* object, bool allowFloatForLogical);
@@ -57,13 +60,13 @@ public:
     bool checkSizeAgainstDims();
 
     // The initializer argument (construction/buffer_import.h).
-    data::buffer_ptr_t<T> fromInitializer(PyObject* object, bool& ok);
+    Block fromInitializer(PyObject* object);
     bool copyFromBuffer(const Py_buffer& view);
     static bool formatMatches(char input, char output, Py_ssize_t itemsize);
 
     // The size and vector arguments (construction/size_and_vector.h).
     bool parseSize(PyObject* value);
-    data::buffer_ptr_t<T> fromVector(PyObject* value, bool& ok);
+    Block fromVector(PyObject* value);
 
     // Reserves the scratch store once; MemoryError on failure.
     bool reserveElements(uint64_t count);
@@ -79,7 +82,7 @@ public:
     bool isColumnMajor() const noexcept { return m_isColumnMajor; }
     // A library block holding the scanned elements, in column-major order when there are
     // two or more; MemoryError when the block can't be had.
-    data::buffer_ptr_t<T> outputBufferFromElements(bool& ok);
+    Block outputBufferFromElements();
     // The dimensions of the array to build: those of `size` if given, the found ones otherwise.
     std::vector<size_t> arrayDims() const {
         const std::vector<uint64_t>& dims = m_size.empty() ? m_dims : m_size;
@@ -100,7 +103,7 @@ private:
     }
     void growElements();
     void setDefaultShape();
-    data::buffer_ptr_t<T> zeroFilledForSize(bool& ok);
+    Block zeroFilledForSize();
     bool raiseSizeMismatch(PyObject* exceptionType) const;
     static void raiseNoMemory(const std::string& count);
 
@@ -143,15 +146,14 @@ inline uint64_t productOfDims(const std::vector<uint64_t>& dims) noexcept {
 }
 
 template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(const ConstructorArguments& arguments, bool& ok) {
-    ok = true;
+typename MDAInitializer<T>::Block MDAInitializer<T>::fromArguments(const ConstructorArguments& arguments) {
     const bool hasInitializer = ConstructorArguments::given(arguments.initializer);
     const bool hasSize = ConstructorArguments::given(arguments.size);
     const bool hasVector = ConstructorArguments::given(arguments.vector);
 
     if (!hasInitializer && !hasSize && !hasVector) {
         setDefaultShape();
-        ok = reserveElements(numElements());
+        if (!reserveElements(numElements())) return std::nullopt;
         return noBuffer<T>();
     }
     if (hasVector && hasInitializer) {
@@ -162,26 +164,19 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromArguments(const ConstructorArgument
                                         : "more than two positional arguments must not be specified. A third will be "
                                           "treated as 'vector', which must not be specified when an initializer is "
                                           "specified.");
-        ok = false;
-        return noBuffer<T>();
+        return std::nullopt;
     }
     if (hasSize) {
-        if (!parseSize(arguments.size)) {
-            ok = false;
-            return noBuffer<T>();
-        }
-        if (!hasVector && !hasInitializer) return zeroFilledForSize(ok);
+        if (!parseSize(arguments.size)) return std::nullopt;
+        if (!hasVector && !hasInitializer) return zeroFilledForSize();
     }
     if (!hasVector) {
-        data::buffer_ptr_t<T> buffer = fromInitializer(arguments.initializer, ok);
-        if (!ok) return noBuffer<T>();
-        if (hasSize && !checkSizeAgainstDims()) {
-            ok = false;
-            return noBuffer<T>();
-        }
-        return m_fromBuffer ? std::move(buffer) : outputBufferFromElements(ok);
+        Block buffer = fromInitializer(arguments.initializer);
+        if (!buffer) return std::nullopt;
+        if (hasSize && !checkSizeAgainstDims()) return std::nullopt;
+        return m_fromBuffer ? std::move(buffer) : outputBufferFromElements();
     }
-    return fromVector(arguments.vector, ok);
+    return fromVector(arguments.vector);
 }
 
 template <typename T>
@@ -192,19 +187,17 @@ void MDAInitializer<T>::setDefaultShape() {
 
 // The size-only form: `size` elements of zero bytes, which is 0, 0.0 or false.
 template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
+typename MDAInitializer<T>::Block MDAInitializer<T>::zeroFilledForSize() {
     const uint64_t count = numElements();
     data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, count);
     m_isColumnMajor = true;
     if (count > 0) {
         if (!buffer) {
             raiseNoMemory(std::to_string(count));
-            ok = false;
-            return noBuffer<T>();
+            return std::nullopt;
         }
         std::memset(static_cast<void*>(buffer.get()), 0, count * sizeof(T));
     }
-    ok = true;
     return buffer;
 }
 
@@ -212,13 +205,12 @@ data::buffer_ptr_t<T> MDAInitializer<T>::zeroFilledForSize(bool& ok) {
 // The output block of the collected elements. Elements collected in row order are
 // gathered into column-major order on the way, so that the block is written once.
 template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
+typename MDAInitializer<T>::Block MDAInitializer<T>::outputBufferFromElements() {
     const size_t count = elementCount();
     data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, count);
     if (!buffer && count > 0) {
         raiseNoMemory(std::to_string(count));
-        ok = false;
-        return noBuffer<T>();
+        return std::nullopt;
     }
     if (!m_isColumnMajor && count >= 2) {
         // Elements met in row order are gathered into column-major order here, so that
@@ -228,8 +220,7 @@ data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
             std::unique_ptr<bool[]> bytes(new (std::nothrow) bool[count]);
             if (!bytes) {
                 raiseNoMemory(std::to_string(count));
-                ok = false;
-                return noBuffer<T>();
+                return std::nullopt;
             }
             copyElementsTo(bytes.get());
             data::gatherRowMajor(bytes.get(), buffer.get(), arrayDims());
@@ -240,7 +231,6 @@ data::buffer_ptr_t<T> MDAInitializer<T>::outputBufferFromElements(bool& ok) {
     } else {
         copyElementsTo(buffer.get());
     }
-    ok = true;
     return buffer;
 }
 

@@ -56,32 +56,27 @@ bool MDAInitializer<T>::parseSize(PyObject* value) {
 }
 
 template <typename T>
-data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
-    ok = true;
+typename MDAInitializer<T>::Block MDAInitializer<T>::fromVector(PyObject* value) {
     m_isVector = true;
-    const auto fail = [&ok]() {
-        ok = false;
-        return noBuffer<T>();
-    };
     if (!PySequence_Check(value)) {
         PyErr_SetString(PyExc_ValueError, "value of 'vector' must be a sequence.");
-        return fail();
+        return std::nullopt;
     }
     if (PyUnicode_Check(value)) {
         PyErr_SetString(PyExc_ValueError, "value passed to 'vector' must be numeric.");
-        return fail();
+        return std::nullopt;
     }
     const Py_ssize_t n = PySequence_Size(value);
-    if (n < 0) return fail();  // the length's own error stands
+    if (n < 0) return std::nullopt;  // the length's own error stands
 
     if (m_size.empty()) m_dims.push_back(1);
     m_dims.push_back(static_cast<uint64_t>(n));
-    if (!checkSizeAgainstDims()) return fail();
+    if (!checkSizeAgainstDims()) return std::nullopt;
 
     data::buffer_ptr_t<T> buffer = data::requestBlock<T>(m_factory, static_cast<size_t>(n));
     if (!buffer) {
         raiseNoMemory(std::to_string(n));
-        return fail();
+        return std::nullopt;
     }
     T* out = buffer.get();
     for (Py_ssize_t i = 0; i < n; ++i) {
@@ -90,25 +85,25 @@ data::buffer_ptr_t<T> MDAInitializer<T>::fromVector(PyObject* value, bool& ok) {
         if (item == nullptr) {
             const std::string text = "item " + std::to_string(i) + " could not be retrieved.";
             raiseOver(PyExc_RuntimeError, text.c_str());
-            return fail();  // the partly written buffer ends through its deleter
+            return std::nullopt;  // the partly written buffer ends through its deleter
         }
         if (!PyFloat_CheckExact(item) && !PyLong_CheckExact(item) && PySequence_Check(item)) {
             PyErr_SetString(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
-            return fail();
+            return std::nullopt;
         }
         ScalarResult<T> result;
         try {
             result = convertScalar<T>(item, true);
         } catch (const std::runtime_error& error) {
             PyErr_SetString(PyExc_RuntimeError, error.what());
-            return fail();
+            return std::nullopt;
         }
         // Every refusal of an element of `vector` is a ValueError, an overflow as well.
         if (!result.hasValue) {
             PyErr_SetString(PyExc_ValueError, result.message.c_str());
-            return fail();
+            return std::nullopt;
         }
-        if (PyErr_Occurred()) return fail();
+        if (PyErr_Occurred()) return std::nullopt;
         out[i] = result.value;
     }
     return buffer;

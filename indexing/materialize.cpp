@@ -37,9 +37,8 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
         if (rowVectorOfOneDimension && dims.size() == 1) dims = {1, dims[0]};
         const size_t count = initializer.elementCount();
 
-        bool ok = false;
-        data::buffer_ptr_t<T> buffer = initializer.outputBufferFromElements(ok);
-        if (!ok) return std::nullopt;
+        std::optional<data::buffer_ptr_t<T>> buffer = initializer.outputBufferFromElements();
+        if (!buffer) return std::nullopt;
 
         if (count == 0) {
             // An empty sub-array takes the whole array's dimensions with the first one 0.
@@ -52,7 +51,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
             dims[0] = 0;
         }
         data::ArrayFactory& factory = sharedFactory();
-        return data::Array(data::makeArrayFromRawBlock<T>(std::move(buffer), initializer.isColumnMajor(), factory,
+        return data::Array(data::makeArrayFromRawBlock<T>(std::move(*buffer), initializer.isColumnMajor(), factory,
                                                           std::move(dims), count));
     }
 }
