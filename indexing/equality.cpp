@@ -205,6 +205,8 @@ Shapes compareShapes(const Box& a, const Box& b) {
     }
 }
 
+// The outcome of the parallel walk of two boxes: by their shapes where those decide it,
+// by the elements otherwise.
 Outcome boxesEqual(const Box& boxA, const Box& boxB, const ElementComparison& comparison) {
     switch (compareShapes(boxA, boxB)) {
         case Shapes::EQUAL:
