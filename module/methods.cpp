@@ -19,6 +19,7 @@
 #include "indexing/iterator.h"
 #include "kinds/numeric_visitor.h"
 #include "kinds/object.h"
+#include "module/array_protocols.h"
 #include "module/slots.h"
 
 namespace kerova {
@@ -237,6 +238,18 @@ PyMethodDef g_arrayMethods[] = {
     {"tomemoryview", guarded<methodToMemoryView>, METH_NOARGS,
      "tomemoryview returns a memoryview initialized from the input object"},
     {"__reduce__", guarded<arrayReduce>, METH_NOARGS, "__reduce__ pickles the input object"},
+    {"__array__", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(guarded<methodArray>)),
+     METH_VARARGS | METH_KEYWORDS,
+     "__array__(dtype=None, copy=None) gives the elements as a NumPy array: a read-only view when no copy is needed"},
+    {"__dlpack__", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(guarded<methodDlpack>)),
+     METH_VARARGS | METH_KEYWORDS,
+     "__dlpack__(*, stream=None, max_version=None, dl_device=None, copy=None) exports the elements as a DLPack "
+     "capsule: the memory of a buffer export, read-only and without a copy unless copy is true"},
+    {"__dlpack_device__", guarded<methodDlpackDevice>, METH_NOARGS,
+     "__dlpack_device__ gives the device of the elements: (1, 0), the CPU"},
+    {"__sizeof__", guarded<methodSizeof>, METH_NOARGS,
+     "__sizeof__ counts the object and the element blocks it keeps alive: the store's (for a partial array, the "
+     "whole store it refers to) and a partial array's own materialised copy"},
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -248,6 +261,10 @@ PyGetSetDef g_arrayGetSet[] = {
     {"_imag", guarded<getImag>, nullptr, "imaginary part of elements; equivalent to imag()", nullptr},
     {"_data", guarded<getData>, nullptr, "elements in storage order; equivalent to noncomplex()", nullptr},
     {"_is_complex", guarded<getIsComplex>, nullptr, "whether array is complex", nullptr},
+    {"shape", guarded<getSize>, nullptr, "dimensions, as size", nullptr},
+    {"ndim", guarded<getNdim>, nullptr, "number of dimensions, the length of size", nullptr},
+    {"dtype", guarded<getDtype>, nullptr, "the NumPy dtype of the elements (NumPy is imported on first use)",
+     nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

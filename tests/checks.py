@@ -1,11 +1,20 @@
 """Checks and helpers shared by the test modules."""
 
 import math
+import os
 import re
 import subprocess
 import sys
 
 import pytest
+
+
+def library(name):
+    """The module `name`, or a skip where it is missing, or where the sanitizer run's leak
+    check would report what the library keeps for the process's life from its start-up."""
+    if os.environ.get("KEROVA_SANITIZED"):
+        pytest.skip(f"{name} is not imported under the sanitizer")
+    return pytest.importorskip(name)
 
 
 def same(x, y):

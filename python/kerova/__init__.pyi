@@ -80,6 +80,24 @@ class _KerovaArray:
     def _data(self) -> Self: ...
     @property
     def _is_complex(self) -> bool: ...
+    # The protocols of other array libraries. dtype and __array__ import NumPy when used;
+    # complex integer kinds have no NumPy or DLPack type (TypeError, BufferError).
+    @property
+    def shape(self) -> tuple[int, ...]: ...
+    @property
+    def ndim(self) -> int: ...
+    @property
+    def dtype(self) -> Any: ...  # numpy.dtype
+    def __array__(self, dtype: Any = None, copy: bool | None = None) -> Any: ...  # numpy.ndarray
+    def __dlpack__(
+        self,
+        *,
+        stream: None = None,
+        max_version: tuple[int, int] | None = None,
+        dl_device: tuple[int, int] | None = None,
+        copy: bool | None = None,
+    ) -> Any: ...  # a PyCapsule
+    def __dlpack_device__(self) -> tuple[int, int]: ...
 
 @final
 class double(_KerovaArray): ...
