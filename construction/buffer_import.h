@@ -1,4 +1,5 @@
-// The initializer argument: buffer objects are imported byte for byte, everything else
+// The initializer argument: buffer objects are imported byte for byte, array-likes
+// through the NumPy array of their data (construction/array_like.h), everything else
 // is walked as a nested sequence.
 //
 // The buffer road converts no element: the source format must be the output kind's own
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <string>
 
+#include "construction/array_like.h"
 #include "construction/initializer.h"
 #include "construction/python_access.h"
 #include "kinds/object.h"
@@ -42,6 +44,10 @@ typename MDAInitializer<T>::Block MDAInitializer<T>::fromInitializer(PyObject* o
         return std::nullopt;
     }
     m_hasInitializer = true;
+    // An array-like that is no buffer is read through the NumPy array of its data.
+    const std::optional<PyRef> arrayLike = arrayLikeData(object);
+    if (!arrayLike) return std::nullopt;
+    if (*arrayLike) object = arrayLike->get();
     // The module's own arrays are walked item by item, so that their elements are
     // converted like any others.
     if (PyObject_CheckBuffer(object) && !isKerovaArray(object)) {
