@@ -173,15 +173,29 @@ def main():
     verdicts = not args.quick
     print(f"{'workload':40} {'size':>16} {'kerova':>11} {'reference':>11} {'ratio':>7} {'target':>7}"
           + ("  met" if verdicts else ""))
-    for w in workloads(args.quick):
-        ours = median_time(w.kerova, repeats)
-        theirs = median_time(w.reference, repeats)
+
+    def report(name, size, ours, theirs, target):
         ratio = ours / theirs if theirs > 0 else float("inf")
-        met = ratio <= w.target
-        results.append({"workload": w.name, "size": w.size, "kerova_s": ours, "reference_s": theirs,
-                        "ratio": ratio, "target": w.target, "met": met})
-        print(f"{w.name:40} {w.size:>16} {ours * 1e3:9.3f}ms {theirs * 1e3:9.3f}ms {ratio:7.2f} "
-              f"{w.target:7.2f}" + (f"  {'yes' if met else 'NO'}" if verdicts else ""))
+        met = ratio <= target
+        results.append({"workload": name, "size": size, "kerova_s": ours, "reference_s": theirs,
+                        "ratio": ratio, "target": target, "met": met})
+        print(f"{name:40} {size:>16} {ours * 1e3:9.3f}ms {theirs * 1e3:9.3f}ms {ratio:7.2f} "
+              f"{target:7.2f}" + (f"  {'yes' if met else 'NO'}" if verdicts else ""))
+
+    for w in workloads(args.quick):
+        report(w.name, w.size, median_time(w.kerova, repeats), median_time(w.reference, repeats), w.target)
+
+    # The Dask round trip where Dask's distributed scheduler is installed: a cluster of two
+    # worker processes, timed alternately with NumPy (bench/dask_roundtrip.py).
+    try:
+        import dask_roundtrip
+    except ImportError:
+        print(f"{'Dask round trip':40} skipped: dask[distributed] is not installed")
+    else:
+        side, trips = (100, 3) if args.quick else (1000, 9)
+        samples = dask_roundtrip.measure(side, trips)
+        report("Dask round trip (vs the ndarray)", f"{side}x{side}", statistics.median(samples["kerova"]),
+               statistics.median(samples["numpy"]), dask_roundtrip.TARGET)
 
     memory = memory_report(args.quick)
     print()

@@ -20,12 +20,12 @@ fi
 echo "bootstrap [2/3]: build tools from PyPI (scikit-build-core, cmake, ninja)"
 python -m pip install -q --disable-pip-version-check "scikit-build-core>=0.10" cmake ninja
 
-echo "bootstrap [3/3]: build and install kerova with its test extras" \
+echo "bootstrap [3/3]: build and install kerova with its test and interop extras" \
      "(about 2 minutes on 2 cores; $CMAKE_BUILD_PARALLEL_LEVEL compile jobs)"
 # The compiler's progress lines are shown; the whole log is kept for a failure.
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-if ! python -m pip install -v --disable-pip-version-check --no-build-isolation ".[test]" 2>&1 | tee "$log" |
+if ! python -m pip install -v --disable-pip-version-check --no-build-isolation ".[test,interop]" 2>&1 | tee "$log" |
     awk '/^ *\[[0-9]+\/[0-9]+\] / { sub(/^ +/, ""); print "  " $0; fflush() }'; then
   tail -n 80 "$log"
   echo "bootstrap: the build failed (the last lines of its log are above)" >&2

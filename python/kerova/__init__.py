@@ -50,6 +50,12 @@ def get_include():
     return _os.path.join(_os.path.dirname(__file__), "..", "..", "include")  # a source tree
 
 
+# Dask sends the arrays as their raw bytes and tokenizes them by those (see _dask.py).
+from kerova import _dask  # noqa: E402
+
+_dask.install()
+
+
 __all__ = [
     "double", "single", "int8", "uint8", "int16", "uint16",
     "int32", "uint32", "int64", "uint64", "logical",
