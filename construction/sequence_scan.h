@@ -21,13 +21,14 @@ namespace scan_detail {
 inline bool isSequence(PyObject* object) {
     return !PyFloat_CheckExact(object) && !PyLong_CheckExact(object) && PySequence_Check(object);
 }
-// convertScalar, with a standard runtime error turned into a RuntimeError record.
+// convertScalar, with a standard runtime error turned into a RuntimeError.
 template <typename T>
-ScalarResult<T> convertForScan(PyObject* object, bool allowFloatForLogical) {
+std::optional<T> convertForScan(PyObject* object, bool allowFloatForLogical) {
     try {
         return convertScalar<T>(object, allowFloatForLogical);
     } catch (const std::runtime_error& error) {
-        return ScalarResult<T>::failure(PyExc_RuntimeError, error.what());
+        PyErr_SetString(PyExc_RuntimeError, error.what());
+        return std::nullopt;
     }
 }
 
@@ -66,12 +67,8 @@ bool MDAInitializer<T>::scan(PyObject* object, bool allowFloatForLogical) {
 
 template <typename T>
 bool MDAInitializer<T>::scanScalar(PyObject* object, bool allowFloatForLogical) {
-    const ScalarResult<T> result = scan_detail::convertForScan<T>(object, allowFloatForLogical);
-    if (!result.hasValue) {
-        result.raise();
-        return false;
-    }
-    return acceptElement(result.value);
+    const std::optional<T> element = scan_detail::convertForScan<T>(object, allowFloatForLogical);
+    return element && acceptElement(*element);
 }
 
 // Places a converted scalar: all scalars stand at one depth, and the first one tells how

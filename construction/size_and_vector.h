@@ -91,20 +91,20 @@ typename MDAInitializer<T>::Block MDAInitializer<T>::fromVector(PyObject* value)
             PyErr_SetString(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
             return std::nullopt;
         }
-        ScalarResult<T> result;
+        std::optional<T> element;
         try {
-            result = convertScalar<T>(item, true);
+            element = convertScalar<T>(item, true);
         } catch (const std::runtime_error& error) {
             PyErr_SetString(PyExc_RuntimeError, error.what());
             return std::nullopt;
         }
         // Every refusal of an element of `vector` is a ValueError, an overflow as well.
-        if (!result.hasValue) {
-            PyErr_SetString(PyExc_ValueError, result.message.c_str());
+        if (!element) {
+            raiseWithSameText(PyExc_ValueError);
             return std::nullopt;
         }
         if (PyErr_Occurred()) return std::nullopt;
-        out[i] = result.value;
+        out[i] = *element;
     }
     return buffer;
 }

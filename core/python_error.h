@@ -48,6 +48,23 @@ inline void raiseOver(PyObject* type, const char* message) {
 #endif
 }
 
+// Replaces the pending error by one of `type` with the same text, and no cause: a road
+// that reports every refusal of its own as one exception type.
+inline void raiseWithSameText(PyObject* type) {
+    PyObject* pendingType = nullptr;
+    PyObject* pending = nullptr;
+    PyObject* traceback = nullptr;
+    PyErr_Fetch(&pendingType, &pending, &traceback);
+    PyErr_NormalizeException(&pendingType, &pending, &traceback);
+    PyObject* text = pending ? PyObject_Str(pending) : nullptr;
+    Py_XDECREF(pendingType);
+    Py_XDECREF(pending);
+    Py_XDECREF(traceback);
+    if (text == nullptr) return;  // the error of making the text is set instead
+    PyErr_SetObject(type, text);
+    Py_DECREF(text);
+}
+
 // Keeps a pending error aside and sets it again when it goes, unless a newer one was set
 // meanwhile: for work that must not run under a pending error (before 3.10 PyType_Ready
 // fails under one).

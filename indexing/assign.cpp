@@ -130,12 +130,8 @@ int assignElement(MDACursor& cursor, int64_t index, PyObject* value) {
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return -1;
     }
-    const ScalarResult<T> converted = convertScalar<T>(value, false);
-    if (!converted.hasValue) {
-        PyErr_SetString(converted.exception ? converted.exception : PyExc_TypeError,
-                        converted.exception ? converted.message.c_str() : "type does not match.");
-        return -1;
-    }
+    const std::optional<T> converted = convertScalar<T>(value, false);
+    if (!converted) return -1;
     // The coordinates are the integer records and `index`, one for each dimension: their
     // linear index is taken as they are gathered.
     MDArrayWrapper& store = *cursor.m_store;
@@ -161,7 +157,7 @@ int assignElement(MDACursor& cursor, int64_t index, PyObject* value) {
         PyErr_SetString(PyExc_RuntimeError, "unable to set value.");
         return -1;
     }
-    writeElement(store, linear, converted.value);
+    writeElement(store, linear, *converted);
     return 0;
 }
 
