@@ -26,7 +26,7 @@ namespace {
 // Up to four dimensions it is one allocation.
 struct ExportRecord {
     using Lengths = boost::container::small_vector<Py_ssize_t, 4>;
-    std::shared_ptr<MDArrayWrapper> store;  // the store whose m_exports this export raised
+    std::shared_ptr<MDArrayWrapper> store;  // the store whose export count this export raised
     std::shared_ptr<MirrorBlock> mirror;
     Lengths shape;
     Lengths strides;
@@ -58,7 +58,7 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
             if (const std::optional<data::Array> copy = cursor->getIndexedArrayAsMDA(0, true)) {
                 cursor->m_materializedCursor.reset(makeCursor(*copy, cursor->m_supportedArrayEnum,
                                                               cursor->m_isComplex,
-                                                              cursor->m_store->m_order == 'F'));
+                                                              cursor->m_store->order() == 'F'));
             }
         }
         if (!cursor->m_materializedCursor) {
@@ -70,16 +70,16 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
     const std::shared_ptr<MDArrayWrapper>& store = exported->m_store;
 
     view->obj = self;
-    view->buf = store->m_buf;
-    view->len = static_cast<Py_ssize_t>(store->m_bufferSizeInBytes);
-    view->itemsize = static_cast<Py_ssize_t>(store->m_elemSizeInBytes);
-    view->ndim = store->m_nDim;
-    if ((flags & PyBUF_WRITABLE) != 0 && store->m_isReadOnly != 0)
+    view->buf = store->buf();
+    view->len = static_cast<Py_ssize_t>(store->bufferSizeInBytes());
+    view->itemsize = static_cast<Py_ssize_t>(store->elemSizeInBytes());
+    view->ndim = store->nDim();
+    if ((flags & PyBUF_WRITABLE) != 0 && store->isReadOnly() != 0)
         return refuse(view, PyExc_ValueError, "underlying buffer is not writable.");
-    view->readonly = store->m_isReadOnly;
+    view->readonly = store->isReadOnly();
     view->format = nullptr;
     if ((flags & PyBUF_FORMAT) != 0) {
-        const char* format = store->m_format;
+        const char* format = store->format();
         if (format == nullptr) return refuse(view, PyExc_ValueError, "format field is null.");
         view->format = const_cast<char*>(format);
     }
@@ -88,8 +88,8 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
 
     ExportRecord* record = nullptr;
     try {
-        record = new ExportRecord{store, store->mirror(), {store->m_shape.begin(), store->m_shape.end()},
-                                  {store->m_bytewiseStrides.begin(), store->m_bytewiseStrides.end()}};
+        record = new ExportRecord{store, store->mirror(), {store->shape().begin(), store->shape().end()},
+                                  {store->bytewiseStrides().begin(), store->bytewiseStrides().end()}};
     } catch (const std::bad_alloc&) {
         PyErr_NoMemory();
         view->obj = nullptr;
@@ -100,14 +100,14 @@ int arrayGetBuffer(PyObject* self, Py_buffer* view, int flags) {
     view->suboffsets = nullptr;
     view->internal = record;
     Py_IncRef(self);
-    ++store->m_exports;
+    store->exportTaken();
     return 0;
 }
 
 void arrayReleaseBuffer(PyObject*, Py_buffer* view) {
     if (view == nullptr || view->internal == nullptr) return;
     auto* record = static_cast<ExportRecord*>(view->internal);
-    --record->store->m_exports;
+    record->store->exportReleased();
     view->internal = nullptr;
     delete record;
 }

@@ -103,10 +103,10 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
     MDArrayWrapper& store = *cursor->m_store;
     bool fits = true;
     const int64_t product = elementCount(dims, fits);
-    if (!fits || product != store.m_numElems) {
+    if (!fits || product != store.numElems()) {
         std::ostringstream message;
         message << "number of elements specified by arguments to reshape() (" << product
-                << ") does not match current number (" << store.m_numElems << ").";
+                << ") does not match current number (" << store.numElems() << ").";
         PyErr_SetString(g_shapeError, message.str().c_str());
         return nullptr;
     }
@@ -116,7 +116,7 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
         return nullptr;
     }
 
-    if (store.m_walks > 0) {
+    if (store.isWalked()) {
         PyErr_SetString(PyExc_RuntimeError, "reshape() is not allowed while the array is being read.");
         return nullptr;
     }
@@ -129,26 +129,11 @@ PyObject* arrayReshape(PyObject* self, PyObject* args, PyObject* kwargs) {
         PyErr_NoMemory();
         return nullptr;
     }
-    store.m_array = reshapeArray(std::move(store.m_array), dims);
-    store.m_storageHint = nullptr;
-    Extents oldShape = std::exchange(store.m_shape, std::move(shape));
-    const int32_t oldNDim = std::exchange(store.m_nDim, static_cast<int32_t>(store.m_shape.size()));
-    store.m_order = 'F';
+    data::Array reshaped = reshapeArray(store.lendArray(), dims);
     try {
-        store.computeStrides();
+        store.adoptReshaped(std::move(reshaped), std::move(shape));
     } catch (const std::bad_alloc&) {
-        // The strides are those of the old shape still: keep reading the mirror by it.
-        store.m_shape = std::move(oldShape);
-        store.m_nDim = oldNDim;
         PyErr_NoMemory();
-        return nullptr;
-    }
-    try {
-        // The bytes don't change, but views taken before keep the block they point into:
-        // the store moves on to a block of its own while any export holds its current one.
-        store.refreshMirror();
-    } catch (const std::bad_alloc&) {
-        PyErr_NoMemory();  // the current block holds the same bytes, in the same order
         return nullptr;
     }
     Py_IncRef(self);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "data_array/block_memory.h"
 #include "kinds/element_kinds.h"
@@ -60,6 +61,25 @@ void MDArrayWrapper::refreshMirror() {
         m_buf = m_mirror->data();
     }
     fillMirror(m_buf, size);
+}
+
+void MDArrayWrapper::adoptReshaped(data::Array&& reshaped, Extents&& shape) {
+    m_array = std::move(reshaped);
+    m_storageHint = nullptr;
+    Extents oldShape = std::exchange(m_shape, std::move(shape));
+    const int32_t oldNDim = std::exchange(m_nDim, static_cast<int32_t>(m_shape.size()));
+    m_order = 'F';
+    try {
+        computeStrides();
+    } catch (const std::bad_alloc&) {
+        // The strides are those of the old shape still: keep reading the mirror by it.
+        m_shape = std::move(oldShape);
+        m_nDim = oldNDim;
+        throw;
+    }
+    // The bytes don't change, but views taken before keep the block they point into: the
+    // store moves on to a block of its own while any export holds its current one.
+    refreshMirror();
 }
 
 void MDArrayWrapper::fillMirror(void* target, size_t size) const {

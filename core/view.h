@@ -29,11 +29,11 @@ struct StridedView {
     // which the caller has checked against the store.
     static StridedView below(const MDArrayWrapper& store, const int64_t* coordinates, size_t count) {
         StridedView view;
-        view.data = store.m_buf;
-        for (size_t k = 0; k < count; ++k) view.origin += store.m_bytewiseStrides[k] * coordinates[k];
-        for (size_t d = count; d < store.m_shape.size(); ++d) {
-            view.lengths.push_back(store.m_shape[d]);
-            view.strides.push_back(store.m_bytewiseStrides[d]);
+        view.data = store.buf();
+        for (size_t k = 0; k < count; ++k) view.origin += store.bytewiseStrides()[k] * coordinates[k];
+        for (size_t d = count; d < store.shape().size(); ++d) {
+            view.lengths.push_back(store.shape()[d]);
+            view.strides.push_back(store.bytewiseStrides()[d]);
         }
         return view;
     }

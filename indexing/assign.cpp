@@ -49,16 +49,16 @@ int raiseSetValueFailed() {
 template <typename T>
 int64_t elementPosition(const MDArrayWrapper& store, int64_t offset) {
     constexpr auto size = static_cast<int64_t>(sizeof(T));
-    return store.m_elemSizeInBytes == size ? offset / size : offset / store.m_elemSizeInBytes;
+    return store.elemSizeInBytes() == size ? offset / size : offset / store.elemSizeInBytes();
 }
 
 // Element position of the coordinates in storage order; -1 for more coordinates than
 // the store has dimensions.
 template <typename T>
 int64_t linearIndexOf(const MDArrayWrapper& store, const int64_t* coordinates, size_t count) {
-    if (count > static_cast<size_t>(std::max(store.m_nDim, 0))) return -1;
+    if (count > static_cast<size_t>(std::max(store.nDim(), 0))) return -1;
     int64_t offset = 0;
-    for (size_t k = 0; k < count; ++k) offset += store.m_bytewiseStrides[k] * coordinates[k];
+    for (size_t k = 0; k < count; ++k) offset += store.bytewiseStrides()[k] * coordinates[k];
     return elementPosition<T>(store, offset);
 }
 
@@ -68,26 +68,27 @@ int64_t linearIndexOf(const MDArrayWrapper& store, const int64_t* coordinates, s
 // O(1). Outside the elements the library skips the write, and so does the mirror.
 template <typename T>
 void writeElement(MDArrayWrapper& store, int64_t linear, const T& value) {
-    const bool inside = linear < store.m_numElems;
+    const bool inside = linear < store.numElems();
     char* mirrored = nullptr;
-    if (inside && store.m_buf && static_cast<int64_t>(sizeof(T)) == store.m_elemSizeInBytes) {
-        mirrored = store.m_buf + linear * store.m_elemSizeInBytes;
+    if (inside && store.buf() && static_cast<int64_t>(sizeof(T)) == store.elemSizeInBytes()) {
+        mirrored = store.buf() + linear * store.elemSizeInBytes();
         prefetchAt<1>(mirrored, 0);  // fetched while the library array is written
     }
     // Random writes into a large array miss the cache twice, once in each copy. Where the
     // library array's storage is known from the last write to it, its element is fetched
     // together with the mirror's.
-    if (inside && store.m_storageHint) prefetchAt<1>(store.m_storageHint, linear * static_cast<int64_t>(sizeof(T)));
-    apply_numeric_visitor(std::move(store.m_array), [&](auto&& typed) {
+    if (inside && store.storageHint()) prefetchAt<1>(store.storageHint(), linear * static_cast<int64_t>(sizeof(T)));
+    apply_numeric_visitor(store.lendArray(), [&](auto&& typed) {
         using U = typed_element_t<decltype(typed)>;
+        const char* storage = store.storageHint();
         if constexpr (std::is_same_v<U, T>) {
             if (inside) {
                 const auto first = typed.begin();
                 *(first + static_cast<size_t>(linear)) = value;
-                store.m_storageHint = reinterpret_cast<const char*>(first.pointer());
+                storage = reinterpret_cast<const char*>(first.pointer());
             }
         }
-        store.m_array = std::move(typed);  // the handle that was written through
+        store.giveBackArray(std::move(typed), storage);
     });
     if (mirrored) std::memcpy(mirrored, &value, sizeof(T));
 }
@@ -137,11 +138,11 @@ int assignElement(MDACursor& cursor, int64_t index, PyObject* value) {
     MDArrayWrapper& store = *cursor.m_store;
     const size_t depth = std::min(static_cast<size_t>(std::max<int64_t>(cursor.m_numberOfIntegerIndicesSoFar, 0)),
                                   cursor.m_indexItems.size());
-    if (depth + 1 > static_cast<size_t>(std::max(store.m_nDim, 0))) {
+    if (depth + 1 > static_cast<size_t>(std::max(store.nDim(), 0))) {
         PyErr_SetString(PyExc_RuntimeError, "unable to set value.");
         return -1;
     }
-    const int64_t* strides = store.m_bytewiseStrides.data();
+    const int64_t* strides = store.bytewiseStrides().data();
     int64_t offset = 0;
     for (size_t k = 0; k < depth; ++k) {
         const auto* integer = std::get_if<IntegerIndexItem>(&cursor.m_indexItems[k]);
@@ -167,11 +168,11 @@ int assignSubArray(MDACursor& cursor, int64_t index, PyObject* value) {
     if (!values.scan(value, false)) return -1;
     MDArrayWrapper& store = *cursor.m_store;
     const auto n = static_cast<size_t>(cursor.m_numberOfIntegerIndicesSoFar);
-    const auto nDim = static_cast<size_t>(store.m_nDim);
+    const auto nDim = static_cast<size_t>(store.nDim());
     const std::vector<uint64_t>& dims = values.dims();
     if (dims.size() != nDim - n - 1) return raiseShapeMismatch();
     for (size_t k = 0; k < dims.size(); ++k) {
-        if (dims[k] != static_cast<uint64_t>(store.m_shape[n + 1 + k])) return raiseShapeMismatch();
+        if (dims[k] != static_cast<uint64_t>(store.shape()[n + 1 + k])) return raiseShapeMismatch();
     }
     std::vector<int64_t> coordinates;
     coordinates.reserve(nDim);
@@ -181,7 +182,7 @@ int assignSubArray(MDACursor& cursor, int64_t index, PyObject* value) {
 
     const size_t count = values.elementCount();
     for (size_t k = 0; k < count; ++k) {
-        if (k > 0 && !nextCoordinates(coordinates, store.m_shape, cursor.m_indexItems)) return raiseSetValueFailed();
+        if (k > 0 && !nextCoordinates(coordinates, store.shape(), cursor.m_indexItems)) return raiseSetValueFailed();
         if (!setElement(store, coordinates, values.elementAt(k))) return -1;
     }
     return 0;
@@ -227,12 +228,12 @@ int assignRegion(MDACursor& cursor, SliceIndexItem item, PyObject* value, int64_
     }
     if (!pushSliceIndex(region, item)) return -1;
     MDArrayWrapper& store = *cursor.m_store;
-    std::vector<int64_t> coordinates = startCoordinates(region, static_cast<size_t>(store.m_nDim));
+    std::vector<int64_t> coordinates = startCoordinates(region, static_cast<size_t>(store.nDim()));
 
     if (!setElement(store, coordinates, values.elementAt(0))) return -1;
     uint64_t written = 1;
     bool valuesLeftOver = false;
-    while (nextCoordinates(coordinates, store.m_shape, region.m_indexItems)) {
+    while (nextCoordinates(coordinates, store.shape(), region.m_indexItems)) {
         if (written == count) {  // the region goes on past the values
             valuesLeftOver = true;
             break;
@@ -249,14 +250,14 @@ template <typename T>
 int assignByIndex(MDACursor& cursor, PyObject* index, PyObject* value) {
     const MDArrayWrapper& store = *cursor.m_store;
     const int64_t n = cursor.m_numberOfIntegerIndicesSoFar;
-    if (n >= store.m_nDim) {
+    if (n >= store.nDim()) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return -1;
     }
     // The whole dimension's length, also under a final slice: the write side differs
     // from the read side here on purpose.
-    const int64_t len = store.m_shape[static_cast<size_t>(n)];
-    const bool lastDimension = n == store.m_nDim - 1;
+    const int64_t len = store.shape()[static_cast<size_t>(n)];
+    const bool lastDimension = n == store.nDim() - 1;
 
     if (PyLong_Check(index)) {
         const Py_ssize_t raw = PyLong_AsSsize_t(index);

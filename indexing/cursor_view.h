@@ -21,12 +21,12 @@ namespace kerova {
 // Coordinates come from records settled against the shape when they were made; a store
 // reshaped since can leave them outside it, and then nothing is read.
 inline bool coordinatesFitStore(const MDArrayWrapper& store, const std::vector<int64_t>& coordinates) {
-    if (coordinates.size() > store.m_shape.size()) {
+    if (coordinates.size() > store.shape().size()) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return false;
     }
     for (size_t k = 0; k < coordinates.size(); ++k) {
-        if (coordinates[k] < 0 || coordinates[k] >= store.m_shape[k]) {
+        if (coordinates[k] < 0 || coordinates[k] >= store.shape()[k]) {
             const std::string text = "index has an invalid value: " + std::to_string(coordinates[k]);
             PyErr_SetString(PyExc_IndexError, text.c_str());
             return false;
@@ -61,19 +61,19 @@ inline bool viewOfCursor(const MDACursor& cursor, CursorView& result, bool whole
     const MDArrayWrapper& store = *cursor.m_store;
     const size_t depth = coordinates.size();
     if (wholeLastDimension || !cursor.endsInSlice()) {
-        if (depth >= store.m_shape.size()) return true;
+        if (depth >= store.shape().size()) return true;
         if (!coordinatesFitStore(store, coordinates)) return false;
         result.view = StridedView::below(store, coordinates.data(), depth);
         return true;
     }
 
     const int64_t sliceDepth = cursor.m_numberOfIntegerIndicesSoFar;
-    if (sliceDepth < 0 || sliceDepth >= store.m_nDim) {
+    if (sliceDepth < 0 || sliceDepth >= store.nDim()) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return false;
     }
     const SliceIndexItem& slice = cursor.finalSlice();
-    const int64_t length = store.m_shape[static_cast<size_t>(sliceDepth)];
+    const int64_t length = store.shape()[static_cast<size_t>(sliceDepth)];
     if (!requireNormalized(slice, length)) return false;
     if (!coordinatesFitStore(store, coordinates)) return false;
     result.view = StridedView::below(store, coordinates.data(), depth);

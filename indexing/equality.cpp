@@ -43,7 +43,7 @@ struct Walk {
     DimensionBounds currentBounds() const noexcept {
         if (hasRecord) return bounds;
         const size_t d = coordinates.size() - 1;
-        return {0, d < store->m_shape.size() ? store->m_shape[d] : 0, 1};
+        return {0, d < store->shape().size() ? store->shape()[d] : 0, 1};
     }
 };
 
@@ -54,7 +54,7 @@ Walk walkOf(const MDACursor& cursor) {
     walk.coordinates.resize(static_cast<size_t>(baseDepth + 1));
     startCoordinates(cursor, walk.coordinates.data(), walk.coordinates.size());
     walk.isExhausted = !isPositionInRange(cursor, walk.coordinates.data(), walk.coordinates.size(), baseDepth + 1);
-    walk.yieldsSubArrays = walk.store->m_nDim - baseDepth > 1;
+    walk.yieldsSubArrays = walk.store->nDim() - baseDepth > 1;
     walk.hasRecord = static_cast<size_t>(baseDepth) < cursor.m_indexItems.size();
     if (walk.hasRecord) walk.bounds = boundsOf(cursor.m_indexItems[static_cast<size_t>(baseDepth)]);
     return walk;
@@ -70,9 +70,9 @@ void childWalk(const Walk& parent, Walk& child) {
     const int64_t numDims = static_cast<int64_t>(child.coordinates.size());
     child.isExhausted = !positionInRange(*child.store, child.coordinates.data(), numDims, [&](size_t d) {
         if (d < fixed.size()) return DimensionBounds{fixed[d], fixed[d] + 1, 0};
-        return DimensionBounds{0, child.store->m_shape[d], 1};
+        return DimensionBounds{0, child.store->shape()[d], 1};
     });
-    child.yieldsSubArrays = child.store->m_nDim - (numDims - 1) > 1;
+    child.yieldsSubArrays = child.store->nDim() - (numDims - 1) > 1;
     child.hasRecord = false;
 }
 
@@ -164,23 +164,23 @@ bool boxOf(const Walk& walk, Box& box) {
         const bool moves = bounds.step > 0 ? (c >= bounds.lo && c < bounds.hi)
                                            : bounds.step < 0 && (c <= bounds.lo && c > bounds.hi);
         count = moves ? sliceWalkCount(c, bounds.hi, bounds.step) : 1;
-        if (depth >= store.m_shape.size() || !store.m_buf) return false;
+        if (depth >= store.shape().size() || !store.buf()) return false;
         const int64_t last = c + (count - 1) * (moves ? bounds.step : 0);
-        const int64_t length = store.m_shape[depth];
+        const int64_t length = store.shape()[depth];
         if (c < 0 || c >= length || last < 0 || last >= length) return false;
         for (size_t k = 0; k < depth; ++k) {
-            if (walk.coordinates[k] < 0 || walk.coordinates[k] >= store.m_shape[k]) return false;
+            if (walk.coordinates[k] < 0 || walk.coordinates[k] >= store.shape()[k]) return false;
         }
-        box.data = store.m_buf;
-        for (size_t k = 0; k <= depth; ++k) box.origin += store.m_bytewiseStrides[k] * walk.coordinates[k];
-        box.strides.push_back(store.m_bytewiseStrides[depth] * (moves ? bounds.step : 0));
+        box.data = store.buf();
+        for (size_t k = 0; k <= depth; ++k) box.origin += store.bytewiseStrides()[k] * walk.coordinates[k];
+        box.strides.push_back(store.bytewiseStrides()[depth] * (moves ? bounds.step : 0));
     } else {
         box.strides.push_back(0);
     }
     box.lengths.push_back(count);
-    for (size_t d = depth + 1; d < store.m_shape.size(); ++d) {
-        box.lengths.push_back(store.m_shape[d]);
-        box.strides.push_back(store.m_bytewiseStrides[d]);
+    for (size_t d = depth + 1; d < store.shape().size(); ++d) {
+        box.lengths.push_back(store.shape()[d]);
+        box.strides.push_back(store.bytewiseStrides()[d]);
     }
     return true;
 }
@@ -259,14 +259,14 @@ Outcome pythonWalksEqual(Walk& a, Walk& b, const ElementOps& opsA, const Element
 // A whole array's walk covers its store as it lies: its box is the store's view.
 bool isWholeInStore(const MDACursor& cursor) {
     const MDArrayWrapper& store = *cursor.m_store;
-    return cursor.m_indexItems.empty() && cursor.m_numberOfIntegerIndicesSoFar == 0 && store.m_buf &&
-           !store.m_shape.empty();
+    return cursor.m_indexItems.empty() && cursor.m_numberOfIntegerIndicesSoFar == 0 && store.buf() &&
+           !store.shape().empty();
 }
 
 Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
     if (first.m_supportedArrayEnum != second.m_supportedArrayEnum) return Outcome::UNEQUAL;
-    const data::ArrayType typeA = first.m_store->m_type;
-    const data::ArrayType typeB = second.m_store->m_type;
+    const data::ArrayType typeA = first.m_store->type();
+    const data::ArrayType typeB = second.m_store->type();
     // Both stores of the kind's own types, real or complex: compared natively.
     const KindDescriptor& info = kindInfo(first.m_supportedArrayEnum);
     auto known = [&](data::ArrayType type) {

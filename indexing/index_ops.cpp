@@ -141,11 +141,11 @@ int64_t currentDimensionLength(const MDACursor& cursor) {
     const int64_t depth = cursor.m_numberOfIntegerIndicesSoFar;
     // A cursor can stand deeper than its store has dimensions only after the store was
     // reshaped to fewer of them.
-    if (depth < 0 || depth >= static_cast<int64_t>(store.m_shape.size())) {
+    if (depth < 0 || depth >= static_cast<int64_t>(store.shape().size())) {
         setRuntimeError("too many indices.");
         return -1;
     }
-    return store.m_shape[static_cast<size_t>(depth)];
+    return store.shape()[static_cast<size_t>(depth)];
 }
 
 bool mapIndexThroughSlice(const MDACursor& cursor, IntegerIndexItem& item, int64_t len) {

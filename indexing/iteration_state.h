@@ -22,14 +22,14 @@ namespace kerova {
 template <typename BoundsAt>
 bool positionInRange(const MDArrayWrapper& store, const int64_t* coordinates, int64_t numDims,
                      BoundsAt&& boundsAt) {
-    if (numDims > store.m_nDim) {
-        std::printf("numDims (%lld) >= numShapeDims (%d)\n", static_cast<long long>(numDims), store.m_nDim);
+    if (numDims > store.nDim()) {
+        std::printf("numDims (%lld) >= numShapeDims (%d)\n", static_cast<long long>(numDims), store.nDim());
         std::fflush(stdout);
         return false;
     }
     if (numDims < 1) return true;
     for (int64_t d = 0; d < numDims; ++d) {
-        const int64_t length = store.m_shape[static_cast<size_t>(d)];
+        const int64_t length = store.shape()[static_cast<size_t>(d)];
         DimensionBounds bounds = boundsAt(static_cast<size_t>(d));
         int64_t c = coordinates[d];
         if (c < 0) c += length;
@@ -64,11 +64,11 @@ inline bool advanceWalk(int64_t& c, const DimensionBounds& bounds) noexcept {
 // (which only a reshape since the walk began can bring about).
 inline const char* elementAddressChecked(const MDArrayWrapper& store, const int64_t* coordinates,
                                          size_t count) noexcept {
-    if (!store.m_buf || count > store.m_shape.size()) return nullptr;
-    const char* p = store.m_buf;
+    if (!store.buf() || count > store.shape().size()) return nullptr;
+    const char* p = store.buf();
     for (size_t k = 0; k < count; ++k) {
-        if (coordinates[k] < 0 || coordinates[k] >= store.m_shape[k]) return nullptr;
-        p += store.m_bytewiseStrides[k] * coordinates[k];
+        if (coordinates[k] < 0 || coordinates[k] >= store.shape()[k]) return nullptr;
+        p += store.bytewiseStrides()[k] * coordinates[k];
     }
     return p;
 }
@@ -94,7 +94,7 @@ struct ArrayIterationState : MDACursor {
     DimensionBounds currentBounds() const noexcept {
         if (hasRecord) return walk;
         const auto d = static_cast<size_t>(baseDepth);
-        return {0, d < m_store->m_shape.size() ? m_store->m_shape[d] : 0, 1};
+        return {0, d < m_store->shape().size() ? m_store->shape()[d] : 0, 1};
     }
     // The next item, or null: StopIteration at the end, or the error of the item.
     PyObject* next() { return yieldsSubArrays || isExhausted ? nextSubArray() : nextScalar(); }

@@ -25,7 +25,7 @@ struct KVPyIterObject {
 // The row for the store's element type, as the library reports it, or for the kind's
 // own where the library reports a type without one.
 const ElementOps* scalarOpsFor(const MDACursor& cursor) {
-    const ElementOps* ops = elementOpsOf(cursor.m_store->m_type);
+    const ElementOps* ops = elementOpsOf(cursor.m_store->type());
     return ops ? ops : cursor.m_ops;
 }
 
@@ -35,10 +35,10 @@ const ElementOps* scalarOpsFor(const MDACursor& cursor) {
 PyObject* ArrayIterationState::nextScalar() {
     const MDArrayWrapper& store = *m_store;
     const size_t count = coordinates.size();
-    if (count > store.m_shape.size() || !store.m_buf) return refuseScalar();
+    if (count > store.shape().size() || !store.buf()) return refuseScalar();
     const int64_t* position = coordinates.data();
-    const int64_t* shape = store.m_shape.data();
-    const int64_t* strides = store.m_bytewiseStrides.data();
+    const int64_t* shape = store.shape().data();
+    const int64_t* strides = store.bytewiseStrides().data();
     int64_t offset = 0;
     bool inside = true;
     for (size_t k = 0; k < count; ++k) {
@@ -46,7 +46,7 @@ PyObject* ArrayIterationState::nextScalar() {
         offset += strides[k] * position[k];
     }
     if (!inside) return refuseScalar();  // only after a reshape of the store
-    const char* element = store.m_buf + offset;
+    const char* element = store.buf() + offset;
     const DimensionBounds bounds = currentBounds();
     // A walk along a row of a column-major store jumps a whole column per item: ask for
     // the element a few items ahead so that its fetch overlaps this one.
@@ -61,7 +61,7 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
       baseDepth(source.m_numberOfIntegerIndicesSoFar),
       coordinates(startCoordinates(source, static_cast<size_t>(baseDepth + 1))),
       isExhausted(!isPositionInRange(source, coordinates.data(), coordinates.size(), baseDepth + 1)),
-      yieldsSubArrays(m_store->m_nDim - baseDepth > 1),
+      yieldsSubArrays(m_store->nDim() - baseDepth > 1),
       walk{0, 0, 1},
       hasRecord(static_cast<size_t>(baseDepth) < m_indexItems.size()),
       scalarOps(nullptr) {
@@ -84,8 +84,8 @@ ArrayIterationState::ArrayIterationState(const MDACursor& source)
 
 PyObject* ArrayIterationState::refuseScalar() {
     int64_t offending = coordinates.back();
-    for (size_t k = 0; k < coordinates.size() && k < m_store->m_shape.size(); ++k) {
-        if (coordinates[k] < 0 || coordinates[k] >= m_store->m_shape[k]) {
+    for (size_t k = 0; k < coordinates.size() && k < m_store->shape().size(); ++k) {
+        if (coordinates[k] < 0 || coordinates[k] >= m_store->shape()[k]) {
             offending = coordinates[k];
             break;
         }
@@ -120,7 +120,7 @@ bool isPositionInRange(const MDACursor& cursor, const int64_t* coordinates, size
     if (static_cast<int64_t>(count) < numDims) numDims = static_cast<int64_t>(count);
     const MDArrayWrapper& store = *cursor.m_store;
     return positionInRange(store, coordinates, numDims,
-                           [&](size_t d) { return boundsOf(cursor.m_indexItems, store.m_shape, d); });
+                           [&](size_t d) { return boundsOf(cursor.m_indexItems, store.shape(), d); });
 }
 
 namespace {

@@ -42,7 +42,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
 
         if (count == 0) {
             // An empty sub-array takes the whole array's dimensions with the first one 0.
-            const Extents& whole = cursor.m_store->m_shape;
+            const Extents& whole = cursor.m_store->shape();
             if (whole.empty()) {
                 PyErr_SetString(PyExc_RuntimeError, "dimensions are unexpectedly empty.");
                 return std::nullopt;
@@ -61,7 +61,7 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
 std::optional<data::Array> MDACursor::getIndexedArrayAsMDA(int32_t mode, bool rowVectorOfOneDimension) {
     if (m_indexedArrayAsMDA) return *m_indexedArrayAsMDA;
     std::optional<data::Array> result =
-        apply_numeric_visitor(m_store->m_array, [&](const auto& typed) -> std::optional<data::Array> {
+        apply_numeric_visitor(m_store->array(), [&](const auto& typed) -> std::optional<data::Array> {
             using T = typed_element_t<decltype(typed)>;
             return materializePartial<T>(*this, mode, rowVectorOfOneDimension);
         });

@@ -44,8 +44,8 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         return nullptr;
     }
     const MDArrayWrapper& store = *parent.m_store;
-    const int64_t* strides = store.m_bytewiseStrides.data();
-    const int64_t* shape = store.m_shape.data();
+    const int64_t* strides = store.bytewiseStrides().data();
+    const int64_t* shape = store.shape().data();
     if (parent.m_indexItems.size() < depth) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return nullptr;
@@ -67,7 +67,7 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         }
         offset += strides[k] * integer->m_index;
     }
-    if (!store.m_buf) {
+    if (!store.buf()) {
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return nullptr;
     }
@@ -80,7 +80,7 @@ PyObject* readFinalElement(const MDACursor& parent, size_t depth, int64_t final)
         return nullptr;
     }
     offset += strides[depth] * final;
-    return parent.m_ops->toPython(store.m_buf + offset);
+    return parent.m_ops->toPython(store.buf() + offset);
 }
 
 PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
@@ -88,10 +88,10 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
     const int64_t depth = parent.m_numberOfIntegerIndicesSoFar;
     const bool dropSlice = parent.endsInSlice();
     // The length of the dimension, or of the final slice; the common case inline.
-    const int64_t len = !dropSlice && depth >= 0 && depth < store.m_nDim ? store.m_shape[static_cast<size_t>(depth)]
+    const int64_t len = !dropSlice && depth >= 0 && depth < store.nDim() ? store.shape()[static_cast<size_t>(depth)]
                                                                           : currentDimensionLength(parent);
     if (len < 0) return nullptr;
-    const int64_t nDim = store.m_nDim;
+    const int64_t nDim = store.nDim();
     if (depth >= nDim) {
         PyErr_SetString(PyExc_RuntimeError, "too many indices.");
         return nullptr;

@@ -163,7 +163,7 @@ bool writeCursor(const MDACursor& cursor, ListText& text) {
 std::optional<std::string> renderUtf8(const MDACursor& cursor, const char* className, bool withFrame,
                                       bool keepBlanks) {
     std::string rendered;
-    rendered.reserve(static_cast<size_t>(std::max<int64_t>(cursor.m_store->m_numElems, 1)) * 8 + 64);
+    rendered.reserve(static_cast<size_t>(std::max<int64_t>(cursor.m_store->numElems(), 1)) * 8 + 64);
     if (withFrame) {
         rendered += "kerova.";
         rendered += className;

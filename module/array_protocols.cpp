@@ -25,7 +25,7 @@ PyObject* callHelper(const char* name, PyObject* args) {
 }
 
 // The bytes of the element blocks behind a store: the library array's and the mirror.
-int64_t storeBytes(const MDArrayWrapper* store) { return store ? 2 * store->m_bufferSizeInBytes : 0; }
+int64_t storeBytes(const MDArrayWrapper* store) { return store ? 2 * store->bufferSizeInBytes() : 0; }
 
 }  // namespace
 
@@ -74,7 +74,7 @@ PyObject* methodSizeof(PyObject* self, PyObject*) {
         bytes += storeBytes(cursor->m_materializedCursor->m_store.get());
     } else if (cursor->m_indexedArrayAsMDA && cursor->m_store) {
         bytes += static_cast<int64_t>(cursor->m_indexedArrayAsMDA->numberOfElements()) *
-                 cursor->m_store->m_elemSizeInBytes;
+                 cursor->m_store->elemSizeInBytes();
     }
     return PyLong_FromLongLong(bytes);
 }

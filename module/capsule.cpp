@@ -100,7 +100,7 @@ ArrayImpl* unwrapArray(PyObject* object) {
         PyErr_SetString(PyExc_RuntimeError, "null data pointer.");
         return nullptr;
     }
-    if (cursor->m_indexItems.empty()) return cursor->m_store->m_array.impl();
+    if (cursor->m_indexItems.empty()) return cursor->m_store->array().impl();
     // A partial array lends its materialised copy, which the cursor keeps in its cache.
     if (!cursor->getIndexedArrayAsMDA(0, true)) return nullptr;
     return cursor->m_indexedArrayAsMDA->impl();

@@ -35,9 +35,9 @@ enum class FlattenMode : int32_t { ALL = 0, REAL = 1, IMAG = 2 };
 // them for a real array, the real or the imaginary parts for a complex one. They are
 // copied from the library array, not from the mirror.
 data::Array flattenToRow(const MDArrayWrapper& store, data::ArrayFactory& factory, FlattenMode mode) {
-    const std::vector<int64_t> shape(store.m_shape.begin(), store.m_shape.end());
-    const size_t count = static_cast<size_t>(store.m_numElems);
-    return apply_numeric_visitor(store.m_array, [&](const auto& typed) -> data::Array {
+    const std::vector<int64_t> shape(store.shape().begin(), store.shape().end());
+    const size_t count = static_cast<size_t>(store.numElems());
+    return apply_numeric_visitor(store.array(), [&](const auto& typed) -> data::Array {
         using T = typed_element_t<decltype(typed)>;
         using Part = data::part_type_t<T>;
         auto buffer = data::requestBlock<Part>(factory, count);
@@ -97,15 +97,15 @@ PyObject* methodBufferInfo(PyObject* self, PyObject*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
     const MDArrayWrapper& store = *cursor->m_store;
-    return Py_BuildValue("(KL)", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(store.m_buf)),
-                         static_cast<long long>(store.m_numElems));
+    return Py_BuildValue("(KL)", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(store.buf())),
+                         static_cast<long long>(store.numElems()));
 }
 
 PyObject* methodBytewiseStrides(PyObject* self, PyObject*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
     // A copy: making the Python ints can run Python code, which may reshape the store.
-    const Extents strides = cursor->m_store->m_bytewiseStrides;
+    const Extents strides = cursor->m_store->bytewiseStrides();
     PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
     if (!tuple) return nullptr;
     for (size_t k = 0; k < strides.size(); ++k) {
@@ -125,7 +125,7 @@ PyObject* methodClone(PyObject* self, PyObject*) {
     const std::optional<data::Array> copy = cursor->getIndexedArrayAsMDA(0, true);
     if (!copy) return nullptr;
     MDACursor* cloned =
-        makeCursor(*copy, cursor->m_supportedArrayEnum, cursor->m_isComplex, cursor->m_store->m_order == 'F');
+        makeCursor(*copy, cursor->m_supportedArrayEnum, cursor->m_isComplex, cursor->m_store->order() == 'F');
     if (cloned == nullptr) return nullptr;
     reinterpret_cast<ArrayObject*>(result.get())->m_cursor = cloned;
     return result.release();
@@ -149,7 +149,7 @@ PyObject* methodToArray(PyObject* self, PyObject*) {
     if (result == nullptr) {
         // The reason goes to stderr; the caller gets one of the two messages.
         if (PyErr_Occurred()) PyErr_Print();
-        const bool oneDimensionLeft = cursor->m_store->m_nDim - cursor->m_numberOfIntegerIndicesSoFar == 1;
+        const bool oneDimensionLeft = cursor->m_store->nDim() - cursor->m_numberOfIntegerIndicesSoFar == 1;
         PyErr_SetString(PyExc_RuntimeError, oneDimensionLeft
                                                 ? "toarray() failed."
                                                 : "toarray() can be called only on a one-dimensional sequence.");
@@ -183,11 +183,11 @@ PyObject* getSize(PyObject* self, void*) {
         if (slice == nullptr) return nullptr;
         lengths.push_back(slice->m_slice_len.value_or(0));
     }
-    for (int64_t dimension = n + static_cast<int64_t>(beyond); dimension < store->m_nDim; ++dimension) {
-        lengths.push_back(store->m_shape[static_cast<size_t>(dimension)]);
+    for (int64_t dimension = n + static_cast<int64_t>(beyond); dimension < store->nDim(); ++dimension) {
+        lengths.push_back(store->shape()[static_cast<size_t>(dimension)]);
     }
     // A cursor deeper than its store (after a reshape) makes the tuple fail.
-    PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(store->m_nDim - n)));
+    PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(store->nDim() - n)));
     if (!tuple) return nullptr;
     // Lengths go through a C long of 32 bits: the attribute reports them so.
     for (size_t k = 0; k < lengths.size(); ++k) {
@@ -204,7 +204,7 @@ PyObject* getSize(PyObject* self, void*) {
 PyObject* getItemSize(PyObject* self, void*) {
     MDACursor* cursor = checkedCursor(self);
     if (cursor == nullptr) return nullptr;
-    PyObject* size = PyLong_FromLongLong(cursor->m_store->m_elemSizeInBytes);
+    PyObject* size = PyLong_FromLongLong(cursor->m_store->elemSizeInBytes());
     if (size == nullptr) PyErr_SetString(PyExc_RuntimeError, "unable to return size of element.");
     return size;
 }

@@ -25,7 +25,7 @@ PyObject* arrayReduce(PyObject* self, PyObject*) {
         PyErr_SetString(PyExc_RuntimeError, "unable to insert 'is_complex' value into dict.");
         return nullptr;
     }
-    const data::Array array = cursor->m_store->m_array;
+    const data::Array array = cursor->m_store->array();
     const PyRef elements = PyRef::steal(apply_numeric_visitor(array, [&](const auto& typed) -> PyObject* {
         using T = typed_element_t<decltype(typed)>;
         if constexpr (std::is_same_v<T, char16_t>) {
