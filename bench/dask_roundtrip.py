@@ -3,13 +3,13 @@
     python bench/dask_roundtrip.py            # a 1000x1000 double, 9 repeats
     python bench/dask_roundtrip.py --quick    # a 100x100 double, 3 repeats
 
-The cluster is local: two worker processes with one thread each, on 127.0.0.1, no
-dashboard. One round trip scatters the array to the first worker, has the second worker
-run a task that returns it (so it moves from worker to worker) and gathers the result to
-the client: three transfers, each a serialization and a deserialization. The same is
-timed for the NumPy array of the same values in the same run, alternating, and the
-medians and their ratio (kerova / NumPy) are printed. Needs the `interop` extra
-(dask[distributed], NumPy).
+The cluster is local: two worker processes with one thread each, on 127.0.0.1, the
+scheduler's dashboard on a free port. One round trip scatters the array to the first
+worker, has the second worker run a task that returns it (so it moves from worker to
+worker) and gathers the result to the client: three transfers, each a serialization and
+a deserialization. The same is timed for the NumPy array of the same values in the same
+run, alternating, and the medians and their ratio (kerova / NumPy) are printed. Needs
+the `interop` extra (dask[distributed], NumPy).
 """
 
 import argparse
@@ -46,7 +46,7 @@ def measure(side, repeats):
     reference = numpy.asfortranarray(numpy.arange(side * side, dtype=numpy.float64).reshape(side, side))
     array = kerova.double(reference)
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
-                      dashboard_address=None) as cluster, Client(cluster) as client:
+                      dashboard_address="127.0.0.1:0") as cluster, Client(cluster) as client:
         workers = sorted(client.scheduler_info()["workers"])
         samples = {"kerova": [], "numpy": []}
         for x in (array, reference):

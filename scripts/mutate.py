@@ -42,7 +42,7 @@ class Mutant:
     equivalent: str = ""  # why the change cannot alter behaviour, for a survivor that cannot be killed
 
 
-# A survivor either gets a test that kills it (tests/test_boundaries.py) or a note in
+# A survivor either gets a test that kills it (in the test module of its road) or a note in
 # `equivalent` saying why no test can tell the mutant from the original.
 MUTANTS = [
     # construction/: arguments, sizes, conversions, nested sequences

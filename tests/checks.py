@@ -1,18 +1,26 @@
 """Checks and helpers shared by the test modules."""
 
+import contextlib
+import gc
 import math
 import os
-import re
 import subprocess
 import sys
 
 import pytest
 
+import kerova
+from model import KINDS
+
+SANITIZED = bool(os.environ.get("KEROVA_SANITIZED"))  # the run under the sanitizers
+FORMS = [(k, False) for k in KINDS] + [(k, True) for k in KINDS[:-1]]  # every kind, real and complex (not logical)
+FORM_IDS = [k + "-complex" * c for k, c in FORMS]
+
 
 def library(name):
     """The module `name`, or a skip where it is missing, or where the sanitizer run's leak
     check would report what the library keeps for the process's life from its start-up."""
-    if os.environ.get("KEROVA_SANITIZED"):
+    if SANITIZED:
         pytest.skip(f"{name} is not imported under the sanitizer")
     return pytest.importorskip(name)
 
@@ -32,8 +40,28 @@ def raises(action, error, message=None):
     """`action` raises exactly `error` (not a subclass), with exactly `message` unless None."""
     with pytest.raises(error) as caught:
         action()
-    assert type(caught.value) is error
-    assert message is None or str(caught.value) == message
+    assert type(caught.value) is error and (message is None or str(caught.value) == message)
+
+
+@contextlib.contextmanager
+def releases(obj):
+    """The block gives back every reference to `obj` that it takes; a traceback's frames hold
+    them in a cycle, so garbage is collected before counting."""
+    count = sys.getrefcount(obj)
+    yield
+    gc.collect()
+    assert sys.getrefcount(obj) == count
+
+
+def evaluate(source, scope, **names):
+    """The value of the expression `source` (a row of a table, and its test id), with the array classes by their
+    names, the module globals `scope` and `names` in scope."""
+    return eval(source, {**{kind: getattr(kerova, kind) for kind in KINDS}, **scope, **names})
+
+
+def elements(x):
+    """The elements of an array as nested lists, read by chained indexing."""
+    return [elements(item) if isinstance(item, type(x)) else item for item in (x[i] for i in range(len(x)))]
 
 
 def check(action, expected):
@@ -53,9 +81,8 @@ def python(*arguments, quiet=False, **options):
 
 
 class Lying:
-    """A sequence of `items` whose __len__ answers `length` (a number, a list of answers given
-    in turn, a function to call, or an exception to raise), whose missing items raise `error`,
-    and whose first read runs `action`."""
+    """A sequence of `items` whose __len__ answers `length` (a number, a list of answers given in turn, a function to
+    call, or an exception to raise), whose missing items raise `error`, and whose first read runs `action`."""
 
     def __init__(self, items, length, error=IndexError, action=None):
         self.items, self.length, self.error, self.action = list(items), length, error, action
@@ -81,13 +108,13 @@ def values(x):
     return eval(str(x), {"inf": math.inf, "nan": math.nan})
 
 
-def label(*items):  # a test id for a row of a table
-    return re.sub(" at 0x[0-9a-f]+", "", "-".join(v if isinstance(v, str) else repr(v) for v in items))[:80]
-
-
 def incompatible(given, expected):
     return (f"input buffer format ('{given}') is not compatible with output format ('{expected}'); "
             "use a different input or output type")
+
+
+def allocation(count, kind):
+    return f"unable to allocate memory for array with number of elements = {count}; type = {kind}"
 
 
 def reshape_count(product, count):

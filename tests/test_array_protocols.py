@@ -10,13 +10,15 @@ import numpy as np
 import pytest
 
 import kerova
-from checks import library, raises
+from checks import elements, library, raises, releases
 from model import KINDS
 
 REAL = dict(zip(KINDS, "float64 float32 int8 uint8 int16 uint16 int32 uint32 int64 uint64 bool".split()))
 # The NumPy (and PyTorch) type name of every kind and complexity that NumPy and DLPack have a type for.
-NAMES = {**{(kind, False): name for kind, name in REAL.items()}, ("double", True): "complex128",
-         ("single", True): "complex64"}
+NAMES = {**{(k, False): n for k, n in REAL.items()}, ("double", True): "complex128", ("single", True): "complex64"}
+# NumPy 2.1 and later ask for versioned DLPack tensors and take copy and device; 2.0 (the
+# last for CPython 3.9) asks for the legacy capsule and takes neither.
+MODERN_DLPACK = np.lib.NumpyVersion(np.__version__) >= "2.1.0"
 DLPACK_TYPES = dict(zip(KINDS, [(2, 64), (2, 32), (0, 8), (1, 8), (0, 16), (1, 16), (0, 32), (1, 32), (0, 64),
                                 (1, 64), (6, 8)]))  # (type code, bits)
 
@@ -29,9 +31,7 @@ def make(kind, is_complex=False, shape=(2, 3, 2)):
 
 def expected(a, name):
     """The elements as a NumPy array, read one by one through indexing."""
-    def read(x):
-        return [read(item) if isinstance(item, type(x)) else item for item in x]
-    return np.array(read(a), dtype=name)
+    return np.array(elements(a), dtype=name)
 
 
 class DLTensor(ctypes.Structure):
@@ -74,7 +74,8 @@ def test_numpy_reads_the_array_by_its_protocols(kind, is_complex):
     tensor, part = np.from_dlpack(a), np.from_dlpack(a[1])  # a partial array exports as its buffer export does
     assert not tensor.flags.writeable and np.shares_memory(tensor, view) and tensor.strides == view.strides
     assert tensor.dtype == view.dtype and np.array_equal(tensor, view) and np.array_equal(part, expected(a[1], name))
-    assert np.from_dlpack(a, copy=True).flags.writeable and part.strides == memoryview(a[1]).strides
+    assert part.strides == memoryview(a[1]).strides
+    assert not MODERN_DLPACK or np.from_dlpack(a, copy=True).flags.writeable
 
 
 @pytest.mark.parametrize("kind", KINDS[2:-1])
@@ -118,9 +119,8 @@ def test_dlpack_capsule_holds_the_tensor_until_it_is_let_go(kind, is_complex, ma
     found, tensor = consume(capsule)
     assert found == name and (flags is None or (tuple(tensor.version), tensor.flags) == ((1, 0), flags))
     t, (code, bits) = tensor.dl_tensor, DLPACK_TYPES[kind]
-    assert (tuple(t.device), t.ndim, tuple(t.type), t.lanes, t.byte_offset) == (
-        (1, 0), 2, (5, 2 * bits) if is_complex else (code, bits), 1, 0)
-    assert (t.shape[0], t.shape[1], t.strides[0], t.strides[1]) == (3, 4, 1, 3)
+    assert (tuple(t.device), t.ndim, tuple(t.type), t.lanes, t.byte_offset, t.shape[:2], t.strides[:2]) == (
+        (1, 0), 2, (5, 2 * bits) if is_complex else (code, bits), 1, 0, [3, 4], [1, 3])
     assert (t.data == a.buffer_info()[0]) == (not copy)
     del capsule
     assert sys.getrefcount(a) == baseline + (not copy)  # the tensor holds the array's export
@@ -142,16 +142,15 @@ def test_dlpack_capsule_holds_the_tensor_until_it_is_let_go(kind, is_complex, ma
     (lambda a: a.__array__(None, None, None), TypeError, None)])
 def test_refusals_leave_the_array_as_it_was(call, error, message):
     a = make("double")
-    baseline = sys.getrefcount(a)
-    raises(lambda: call(a), error, message)
-    gc.collect()  # the traceback's frames held `a`
-    assert sys.getrefcount(a) == baseline and a.__dlpack_device__() == (1, 0)
-    assert np.array_equal(np.from_dlpack(a, device="cpu"), expected(a, "float64"))
+    with releases(a):
+        raises(lambda: call(a), error, message)
+    where = {"device": "cpu"} if MODERN_DLPACK else {}
+    assert a.__dlpack_device__() == (1, 0) and np.array_equal(np.from_dlpack(a, **where), expected(a, "float64"))
 
 
 def test_exported_memory_outlives_a_reshape_and_the_array():
     a = make("double", False, (3, 4))
-    before, capsule = np.asarray(a).copy(), a.__dlpack__(max_version=(1, 0))
+    before, capsule = np.asarray(a).copy(), a.__dlpack__(**({"max_version": (1, 0)} if MODERN_DLPACK else {}))
     pending = type("Pending", (), {"__dlpack__": lambda self, **_: capsule, "__dlpack_device__": lambda self: (1, 0)})
     tensor, view = np.from_dlpack(a), a.__array__()
     a.reshape(2, 6)

@@ -1,5 +1,5 @@
-"""Building arrays: the constructor forms that the property tests do not draw (positional and
-dictionary forms, buffers, the module's own arrays), exact failure texts, and buffer import."""
+"""Building arrays: the constructor forms that the property tests do not draw (positional and dictionary forms,
+buffers, the module's own arrays), exact failure texts, and buffer import."""
 
 import array
 import functools
@@ -11,66 +11,40 @@ import numpy as np
 import pytest
 
 import kerova
-from checks import incompatible, label, raises, same
+from checks import FORMS, allocation, elements, evaluate, incompatible, raises, same
 from model import DIFFERENT, FORMATS, KINDS, RECTANGULAR, TOO_LARGE
 from support.consumer import Capi
 from support.exporter import Exporter
-
-
-def read(x):
-    """The elements as nested lists, read by chained indexing."""
-    return [read(item) if isinstance(item, type(x)) else item for item in (x[i] for i in range(len(x)))]
-
-
-def build(kind, args=(), kwargs=None):
-    """kind(*args, **kwargs), passing no keyword dictionary at all when there are none:
-    a leading dictionary only stands for the keywords when no other keywords exist."""
-    return getattr(kerova, kind)(*args, **kwargs) if kwargs else getattr(kerova, kind)(*args)
 
 
 # The kinds that formats 'l' and 'L' stand for by their item size, and the ones they don't.
 LONG, OTHER = ("int32", "int64") if array.array("l").itemsize == 4 else ("int64", "int32")
 CHAR = {"int32": "i", "int64": "q"}
 
-FORMS = [
-    # (kind, args, kwargs, size, elements read back by index)
-    ("double", (range(3),), {}, (1, 3), [[0.0, 1.0, 2.0]]),
-    ("double", (), {"size": [True, 2]}, (1, 2), [[0.0, 0.0]]),
-    ("double", ([1, 2],), {"size": (2, 1)}, (2, 1), [[1.0], [2.0]]),
-    ("double", ([],), {"size": (0, 3)}, (0, 3), []),
-    ("double", ([1],), {"vector": None, "size": None, "is_complex": False}, (1, 1), [[1.0]]),
-    ("double", (None,), {"vector": [1]}, (1, 1), [[1.0]]),
-    ("double", (None, (2, 2), [1, 2, 3, 4]), {}, (2, 2), [[1.0, 3.0], [2.0, 4.0]]),
-    ("double", ({"size": (1, 1)}, [1]), {}, (1, 1), [[1.0]]),
+CONSTRUCTIONS = [
+    # (call, size, elements read back by index)
+    ("double(range(3))", (1, 3), [[0.0, 1.0, 2.0]]), ("double(size=[True, 2])", (1, 2), [[0.0, 0.0]]),
+    ("double([1, 2], size=(2, 1))", (2, 1), [[1.0], [2.0]]), ("double([], size=(0, 3))", (0, 3), []),
+    ("double([1], vector=None, size=None, is_complex=False)", (1, 1), [[1.0]]),
+    ("double(None, vector=[1])", (1, 1), [[1.0]]), ("double({'size': (1, 1)}, [1])", (1, 1), [[1.0]]),
+    ("double(None, (2, 2), [1, 2, 3, 4])", (2, 2), [[1.0, 3.0], [2.0, 4.0]]),
     # the module's own arrays, walked and converted item by item
-    ("double", (kerova.uint8([[1, 2], [3, 250]]),), {}, (2, 2), [[1.0, 2.0], [3.0, 250.0]]),
-    ("int16", (kerova.uint8([[1, 2], [3, 250]])[1],), {}, (1, 2), [[3, 250]]),
+    ("double(uint8([[1, 2], [3, 250]]))", (2, 2), [[1.0, 2.0], [3.0, 250.0]]),
+    ("int16(uint8([[1, 2], [3, 250]])[1])", (1, 2), [[3, 250]]),
     # buffers, imported as they are
-    ("uint8", (b"",), {}, (0, 0), []),
-    ("int64", (array.array("q", [-5]),), {}, (1, 1), [[-5]]),
-    ("uint64", (array.array("Q", [2**64 - 1]),), {}, (1, 1), [[2**64 - 1]]),
-    (LONG, (array.array("l", [-5]),), {}, (1, 1), [[-5]]),
-    ("u" + LONG, (array.array("L", [7]),), {}, (1, 1), [[7]]),
-    ("int16", (array.array("h", [1, 2, 3, 4, 5, 6]),), {"size": (2, 3)}, (2, 3), [[1, 3, 5], [2, 4, 6]]),
-    ("double", (np.ones((2, 3, 1, 1)),), {}, (2, 3), [[1.0] * 3] * 2),
-    ("uint8", ([b"ab", b"cd"],), {}, (2, 2), [[97, 98], [99, 100]]),
-    ("uint8", (), {"vector": b"ab"}, (1, 2), [[97, 98]]),
+    ("uint8(b'')", (0, 0), []), ("int64(array.array('q', [-5]))", (1, 1), [[-5]]),
+    ("uint64(array.array('Q', [2**64 - 1]))", (1, 1), [[2**64 - 1]]),
+    (f"{LONG}(array.array('l', [-5]))", (1, 1), [[-5]]), (f"u{LONG}(array.array('L', [7]))", (1, 1), [[7]]),
+    ("int16(array.array('h', [1, 2, 3, 4, 5, 6]), size=(2, 3))", (2, 3), [[1, 3, 5], [2, 4, 6]]),
+    ("double(np.ones((2, 3, 1, 1)))", (2, 3), [[1.0] * 3] * 2), ("uint8(vector=b'ab')", (1, 2), [[97, 98]]),
+    ("uint8([b'ab', b'cd'])", (2, 2), [[97, 98], [99, 100]]),
 ]
 
 
-@pytest.mark.parametrize("kind, args, kwargs, size, elements", FORMS, ids=[label(*r[:3]) for r in FORMS])
-def test_forms_give_shape_and_elements(kind, args, kwargs, size, elements):
-    a = build(kind, args, kwargs)
-    assert a.size == size and a._is_complex is False
-    assert same(read(a), elements)
-
-
-def test_constructed_array_does_not_share_its_source():
-    source = [[1, 2], [3, 4]]
-    buffer = np.array(source, dtype=np.float64)
-    a, b = kerova.double(source), kerova.double(buffer)
-    source[0][0] = buffer[0, 0] = 9
-    assert a[0][0] == 1.0 and b[0][0] == 1.0
+@pytest.mark.parametrize("call, size, listed", CONSTRUCTIONS, ids=[row[0] for row in CONSTRUCTIONS])
+def test_forms_give_shape_and_elements(call, size, listed):
+    a = evaluate(call, globals())
+    assert a.size == size and a._is_complex is False and same(elements(a), listed)
 
 
 NEGATIVE = "size cannot contain negative dimensions. Use nonnegative integers for dimensions."
@@ -80,51 +54,43 @@ def mismatch(dims, size):
     return f"dimensions of initializer ({dims}) do not match dimensions specified by 'size' ({size})."
 
 
+NUMERIC = "value passed to initializer must be numeric."
 FAILURES = [
-    # (kind, args, kwargs, exception, message); None: the argument parser's own message
-    ("double", (1, 2, 3, 4, 5), {}, TypeError, None),
-    ("double", ({"a": 1},), {}, TypeError, None),
-    ("double", ([1], None, [2]), {"is_complex": False}, TypeError,
-     "more than two positional arguments must not be specified. A third will be treated as "
-     "'vector', which must not be specified when an initializer is specified."),
-    ("double", ([1], 5), {"vector": [2]}, TypeError, "initializer and 'vector' must not both be specified."),
-    ("double", ({"a": 1},), {"is_complex": False}, TypeError, "type does not match."),
-    ("double", ([1], {"size": (1, 1)}), {}, TypeError, "value of 'size' must be a sequence."),
+    # (call, exception, message); None: the argument parser's own message
+    ("double(1, 2, 3, 4, 5)", TypeError, None), ("double({'a': 1})", TypeError, None),
+    ("double([1], None, [2], is_complex=False)", TypeError, "more than two positional arguments must not be specified. "
+     "A third will be treated as 'vector', which must not be specified when an initializer is specified."),
+    ("double([1], 5, vector=[2])", TypeError, "initializer and 'vector' must not both be specified."),
+    ("double({'a': 1}, is_complex=False)", TypeError, "type does not match."),
+    ("double([1], {'size': (1, 1)})", TypeError, "value of 'size' must be a sequence."),
     # later rows that leave the all-numbers road partway keep the general order of checks
-    ("int64", ([[1, 2], [3, 2**70]],), {}, OverflowError, TOO_LARGE),
-    ("double", ([[1, 2], [3, "a"]],), {}, ValueError, DIFFERENT),
-    ("double", ([[[1, 2]], [[3]]],), {}, ValueError, RECTANGULAR),
-    ("double", ([[[1]], [2]],), {}, ValueError, RECTANGULAR),
-    ("double", ([[[]], [[1]]],), {}, ValueError, RECTANGULAR),
-    ("double", ("ab",), {}, ValueError, "value passed to initializer must be numeric."),
-    ("double", ([["a"]],), {}, ValueError, "value passed to initializer must be numeric."),
-    ("double", ([[1, 2], [3, 4], [5, 6]],), {"size": (2, 3)}, kerova.SizeError, mismatch("3, 2", "2, 3")),
-    ("double", ([[[1, 2]]],), {"size": (1, 2)}, kerova.SizeError, mismatch("1, 1, 2", "1, 2")),
-    ("double", (), {"size": [2, -1, 2.0]}, ValueError, NEGATIVE),
-    ("double", (), {"size": [2**63]}, ValueError, NEGATIVE),
-    ("double", (), {"size": [2**31, 2**31]}, MemoryError,
-     "unable to allocate memory for array with number of elements = 4611686018427387904; type = double"),
-    ("int8", ([1],), {"size": [2**40, 2**40]}, MemoryError,
-     "unable to allocate memory for array with number of elements = 18446744073709551615; type = int8"),
-    ("int8", (kerova.uint8([[1, 250]]),), {}, OverflowError,
-     "value (250) cannot be stored in a variable of type int8."),
+    ("int64([[1, 2], [3, 2**70]])", OverflowError, TOO_LARGE), ("double([[1, 2], [3, 'a']])", ValueError, DIFFERENT),
+    ("double([[[1, 2]], [[3]]])", ValueError, RECTANGULAR), ("double([[[1]], [2]])", ValueError, RECTANGULAR),
+    ("double([[[]], [[1]]])", ValueError, RECTANGULAR),
+    ("double('ab')", ValueError, NUMERIC), ("double([['a']])", ValueError, NUMERIC),
+    ("double([[1, 2], [3, 4], [5, 6]], size=(2, 3))", kerova.SizeError, mismatch("3, 2", "2, 3")),
+    ("double([[[1, 2]]], size=(1, 2))", kerova.SizeError, mismatch("1, 1, 2", "1, 2")),
+    ("double(size=[2, -1, 2.0])", ValueError, NEGATIVE), ("double(size=[2**63])", ValueError, NEGATIVE),
+    ("double(size=[2**31, 2**31])", MemoryError, allocation(4611686018427387904, "double")),
+    ("int8([1], size=[2**40, 2**40])", MemoryError, allocation(18446744073709551615, "int8")),
+    ("int8(uint8([[1, 250]]))", OverflowError, "value (250) cannot be stored in a variable of type int8."),
     # buffer import
-    ("int8", (b"a",), {}, BufferError, incompatible("B", "b")),
-    ("u" + LONG, (array.array("l", [7]),), {}, BufferError, incompatible("l", CHAR[LONG].upper())),
-    (LONG, (array.array("L", [7]),), {}, BufferError, incompatible("L", CHAR[LONG])),
-    (OTHER, (array.array("l", [7]),), {}, BufferError, incompatible("l", CHAR[OTHER])),
-    ("u" + OTHER, (array.array("L", [7]),), {}, BufferError, incompatible("L", CHAR[OTHER].upper())),
-    ("double", (np.zeros(2),), {"is_complex": True}, BufferError,
+    ("int8(b'a')", BufferError, incompatible("B", "b")),
+    (f"u{LONG}(array.array('l', [7]))", BufferError, incompatible("l", CHAR[LONG].upper())),
+    (f"{LONG}(array.array('L', [7]))", BufferError, incompatible("L", CHAR[LONG])),
+    (f"{OTHER}(array.array('l', [7]))", BufferError, incompatible("l", CHAR[OTHER])),
+    (f"u{OTHER}(array.array('L', [7]))", BufferError, incompatible("L", CHAR[OTHER].upper())),
+    ("double(np.zeros(2), is_complex=True)", BufferError,
      "input buffer format ('d') does not begin with 'Z', but output type is complex"),
-    ("double", (np.zeros(2, dtype=np.complex64),), {"is_complex": True}, BufferError, incompatible("Zf", "Zd")),
-    ("double", (np.arange(6.0).reshape(2, 3),), {"size": (3, 2)}, kerova.SizeError, mismatch("2, 3", "3, 2")),
-    ("double", (np.arange(6.0),), {"size": (2, 2)}, kerova.ShapeError, mismatch("6", "2, 2")),
+    ("double(np.zeros(2, dtype=np.complex64), is_complex=True)", BufferError, incompatible("Zf", "Zd")),
+    ("double(np.arange(6.0).reshape(2, 3), size=(3, 2))", kerova.SizeError, mismatch("2, 3", "3, 2")),
+    ("double(np.arange(6.0), size=(2, 2))", kerova.ShapeError, mismatch("6", "2, 2")),
 ]
 
 
-@pytest.mark.parametrize("kind, args, kwargs, exception, message", FAILURES, ids=[label(*r[:3]) for r in FAILURES])
-def test_failures_raise_exact_type_and_text(kind, args, kwargs, exception, message):
-    raises(lambda: build(kind, args, kwargs), exception, message)
+@pytest.mark.parametrize("call, exception, message", FAILURES, ids=[row[0] for row in FAILURES])
+def test_failures_raise_exact_type_and_text(call, exception, message):
+    raises(lambda: evaluate(call, globals()), exception, message)
 
 
 # (kind, is_complex, numpy type of the source): every kind's own format, and the aliases
@@ -147,12 +113,12 @@ def test_numpy_arrays_import_with_their_indices(kind, is_complex, dtype, order, 
     size = {(): (1, 1), (4,): (1, 4)}.get(shape, shape)
     assert a.size == size
     expected = source.reshape(size).astype({"logical": np.bool_, "uint8": np.uint8}.get(kind, dtype))
-    assert same(read(a), expected.tolist())
+    assert same(elements(a), expected.tolist())
     assert memoryview(a).tobytes("F") == expected.tobytes("F")  # logical holds 0 and 1 only
 
 
-# Buffers with every legal choice of strides for their dimensions of length 1, which no
-# element is reached through: the array must read back with the source's own indices.
+# Buffers with every legal choice of strides for their dimensions of length 1, which no element is reached through:
+# the array must read back with the source's own indices.
 LAYOUTS = [(2, 3), (1, 2, 3), (1, 1, 2, 3), (1, 1, 1, 2, 3), (2, 1, 3), (1, 2, 1, 3), (3, 1), (2, 3, 1)]
 
 
@@ -173,14 +139,13 @@ def element(data, shape, strides, code, index, is_complex):
 @pytest.mark.parametrize("lying", [0, 1], ids=["c-strides", "f-strides"])  # what the length-1 dims claim
 @pytest.mark.parametrize("shape", LAYOUTS, ids=str)
 @pytest.mark.parametrize("order", ["C", "F"])
-@pytest.mark.parametrize("kind, is_complex", [(k, False) for k in KINDS] + [(k, True) for k in KINDS[:-1]])
+@pytest.mark.parametrize("kind, is_complex", FORMS)
 def test_buffer_order_follows_the_dimensions_longer_than_one(kind, is_complex, order, shape, lying):
-    code, count = FORMATS[kind], math.prod(shape)
-    size = struct.calcsize(code) * (2 if is_complex else 1)
-    values = [v % 3 if kind == "logical" else v for v in range(1, count * (2 if is_complex else 1) + 1)]
+    code, width = FORMATS[kind], 2 if is_complex else 1
+    size = struct.calcsize(code) * width
+    values = [v % 3 if kind == "logical" else v for v in range(1, math.prod(shape) * width + 1)]
     data = struct.pack(f"{len(values)}{code}", *values)
-    strides = contiguous(shape, size, order)
-    other = contiguous(shape, size, "CF"[lying])
+    strides, other = contiguous(shape, size, order), contiguous(shape, size, "CF"[lying])
     strides = [o if n == 1 else s for s, o, n in zip(strides, other, shape)]
     source = Exporter(data, (b"Z" if is_complex else b"") + code.encode(), size, len(shape), shape, strides)
     a = getattr(kerova, kind)(source, is_complex=is_complex)

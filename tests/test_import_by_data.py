@@ -71,11 +71,12 @@ def test_array_likes_come_in_as_the_numpy_array_of_their_data(offer, kind, is_co
         assert outcome(lambda: cls(offer(data.ravel()), size=(3, 2))) == outcome(lambda: cls(data.ravel(), size=(3, 2)))
 
 
-def test_the_data_is_copied():
-    source = np.arange(4.0).reshape(2, 2)
-    a = kerova.double(ByDLPack(source))
-    source[0, 0] = 100
-    assert repr(a) == "kerova.double([[0.0,1.0],[2.0,3.0]])"
+def test_the_data_is_copied_on_every_road():
+    rows = [[0.0, 1.0], [2.0, 3.0]]
+    source = np.array(rows)
+    made = [kerova.double(initializer) for initializer in (rows, source, ByDLPack(source), ByArray(source))]
+    rows[0][0] = source[0, 0] = 100
+    assert [repr(a) for a in made] == ["kerova.double([[0.0,1.0],[2.0,3.0]])"] * 4
 
 
 @pytest.mark.parametrize("initializer, error, message", [

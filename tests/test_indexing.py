@@ -1,8 +1,7 @@
-"""Reading, writing, iterating and == / != beyond the property tests: index forms, kinds, complex
-flags and shapes that they do not draw or mix, chains of slices against Python's own, walks over
-stores reshaped under partial arrays held from before, and arrays large enough for the store's
-huge-page block. == is defined by iteration: two arrays are equal when walking both side by side
-finds no difference, so `walk` below is the yardstick for it."""
+"""Reading, writing, iterating and == / != beyond the property tests: index forms, kinds, complex flags and shapes
+that they do not draw or mix, chains of slices against Python's own, walks over stores reshaped under partial arrays
+held from before, and arrays large enough for the store's huge-page block. == is defined by iteration: two arrays are
+equal when walking both side by side finds no difference, so `walk` below is the yardstick for it."""
 
 import itertools
 import pickle
@@ -15,11 +14,9 @@ from checks import check, raises, values
 
 
 @pytest.mark.parametrize("chain, expected", [
-    (lambda a: a[True], "[4.0,5.0,6.0]"),
+    (lambda a: a[True], "[4.0,5.0,6.0]"), (lambda a: a[::1.5], (ValueError, "slice step cannot be zero.")),
     *((lambda a, i=index: a[i], (RuntimeError, "index is not an integer or slice.")) for index in [Ellipsis, [1], "x"]),
-    (lambda a: a[::1.5], (ValueError, "slice step cannot be zero.")),
-    (lambda a: a[1.5:], (TypeError, None)),
-    (lambda a: a[0][:"x"], (TypeError, None)),
+    (lambda a: a[1.5:], (TypeError, None)), (lambda a: a[0][:"x"], (TypeError, None)),
 ])
 def test_index_forms_that_the_model_does_not_draw(chain, expected):
     check(lambda: chain(kerova.double([[1, 2, 3], [4, 5, 6]])), expected)
@@ -68,16 +65,12 @@ def test_writes_reach_live_iterators_and_copies():
     assert bytes(memoryview(a.reshape(3, 2))) == bytes(memoryview(kerova.double([[0, 11], [8, 2], [7, 12]])))
 
 
-def test_iteration_yields_partial_arrays_then_scalars():
+def test_iteration_yields_partial_arrays_then_scalars_through_the_iterator_object():
     a = kerova.int64([[1, 2, 3], [4, 5, 6]])
     assert [type(r) for r in a] == [kerova.int64] * 2 and [type(x) for x in a[0]] == [int] * 3
     assert list(kerova.double()) == [] and [list(r) for r in kerova.double(size=(2, 0))] == [[], []]
-
-
-def test_iterator_object():
     it = iter(kerova.double([[1, 2]])[0])
-    assert type(it) is ext.KVPyIter and iter(it) is it
-    assert next(it) == 1.0 and next(it) == 2.0
+    assert type(it) is ext.KVPyIter and iter(it) is it and next(it) == 1.0 and next(it) == 2.0
     for _ in range(3):
         raises(lambda: next(it), StopIteration)
     raises(ext.KVPyIter, TypeError)
@@ -105,17 +98,14 @@ UNSIGNED = [kerova.uint8, kerova.uint16, kerova.uint32, kerova.uint64]
 
 EQUALITY_CASES = [
     # (left, right, equal)
-    (kerova.double([1]), kerova.single([1]), False),
-    (NAN_ROW, NAN_ROW, False),  # no shortcut for the same object
-    (NAN_ROW[0][0:1], NAN_ROW[0][0:1], True),
-    (kerova.double([[1, 2]]), kerova.double([[1, 2]], is_complex=True), True),
+    (kerova.double([1]), kerova.single([1]), False), (NAN_ROW, NAN_ROW, False),  # no shortcut for the same object
+    (NAN_ROW[0][0:1], NAN_ROW[0][0:1], True), (kerova.double([[1, 2]]), kerova.double([[1, 2]], is_complex=True), True),
     (kerova.double([[1, 2]]), kerova.double([[1, 2 + 1j]], is_complex=True), False),
     (kerova.int64([[2**53 + 1]]), kerova.int64([[2**53 + 1]], is_complex=True), False),
     (kerova.int64([[2**53 + 1]], is_complex=True), kerova.int64([[2**53]], is_complex=True), True),
     (kerova.uint64([[2**64 - 1]]), kerova.uint64([[2**64 - 1]], is_complex=True), False),
     (kerova.single([[0.1]]), kerova.single([[0.1]], is_complex=True), True),
-    (kerova.double(), kerova.double(size=(0, 5)), True),
-    (kerova.double(), kerova.double(size=(2, 0)), False),
+    (kerova.double(), kerova.double(size=(0, 5)), True), (kerova.double(), kerova.double(size=(2, 0)), False),
     (kerova.double(size=(2, 0)), kerova.double(size=(2, 0, 3)), True),
     # unsigned arrays against their complex form
     *((k([[0, 3], [200, 7]]), k([[0, 3], [200, 7]], is_complex=True), True) for k in UNSIGNED),
@@ -126,8 +116,7 @@ EQUALITY_CASES = [
 
 @pytest.mark.parametrize("left, right, equal", EQUALITY_CASES, ids=[str(k) for k in range(len(EQUALITY_CASES))])
 def test_equality(left, right, equal):
-    assert (left == right) is equal and (right == left) is equal
-    assert (left != right) is (not equal)
+    assert (left == right) is equal and (right == left) is equal and (left != right) is (not equal)
 
 
 def test_large_equality_finds_single_difference():
@@ -140,8 +129,8 @@ def test_large_equality_finds_single_difference():
 
 
 def walk(x):
-    """What iterating gives, sub-arrays as lists. An item that cannot be read (a position
-    outside a reshaped store) ends the walk, as it ends the walk of ==."""
+    """What iterating gives, sub-arrays as lists. An item that cannot be read (a position outside a reshaped store)
+    ends the walk, as it ends the walk of ==."""
     items, it = [], iter(x)
     while True:
         try:
@@ -158,17 +147,14 @@ def cube(last=112):
     return a
 
 
-# Storage order of the cube: 0 100 10 110 1 101 11 111 2 102 12 112. Reshaped to (2, 1, 6),
-# [i][0][k] is storage[i + 2k]; to (1, 2, 6), [0][j][k] is storage[j + 2k]. A view whose
-# records now lie past a dimension walks its readable part and yields empty sub-arrays for
-# the rest.
+# Storage order of the cube: 0 100 10 110 1 101 11 111 2 102 12 112. Reshaped to (2, 1, 6), [i][0][k] is
+# storage[i + 2k]; to (1, 2, 6), [0][j][k] is storage[j + 2k]. A view whose records now lie past a dimension walks its
+# readable part and yields empty sub-arrays for the rest.
 ROW0, ROW1 = [0, 10, 1, 11, 2, 12], [100, 110, 101, 111, 102, 112]
 STALE = [
     # (view of the cube taken before the reshape, new shape, what it walks as afterwards)
-    (lambda a: a[1][0:2], (2, 1, 6), [ROW1, []]),
-    (lambda a: a[1][::-1], (2, 1, 6), [[], ROW1]),
-    (lambda a: a[1], (1, 2, 6), [[], []]),
-    (lambda a: a[0:2], (1, 2, 6), [[ROW0, ROW1], [[], []]]),
+    (lambda a: a[1][0:2], (2, 1, 6), [ROW1, []]), (lambda a: a[1][::-1], (2, 1, 6), [[], ROW1]),
+    (lambda a: a[1], (1, 2, 6), [[], []]), (lambda a: a[0:2], (1, 2, 6), [[ROW0, ROW1], [[], []]]),
     (lambda a: a[::-1], (1, 2, 6), [[[], []], [ROW0, ROW1]]),
 ]
 
