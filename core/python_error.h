@@ -4,6 +4,8 @@
 
 #include <Python.h>
 
+#include "core/py_ref.h"
+
 namespace kerova {
 
 // Sets `type` with `message`. An error already set becomes the new one's __cause__, so
@@ -56,13 +58,11 @@ inline void raiseWithSameText(PyObject* type) {
     PyObject* traceback = nullptr;
     PyErr_Fetch(&pendingType, &pending, &traceback);
     PyErr_NormalizeException(&pendingType, &pending, &traceback);
-    PyObject* text = pending ? PyObject_Str(pending) : nullptr;
-    Py_XDECREF(pendingType);
-    Py_XDECREF(pending);
-    Py_XDECREF(traceback);
-    if (text == nullptr) return;  // the error of making the text is set instead
-    PyErr_SetObject(type, text);
-    Py_DECREF(text);
+    const PyRef ownedType = PyRef::steal(pendingType);
+    const PyRef owned = PyRef::steal(pending);
+    const PyRef ownedTraceback = PyRef::steal(traceback);
+    const PyRef text = PyRef::steal(owned ? PyObject_Str(owned.get()) : nullptr);
+    if (text) PyErr_SetObject(type, text.get());  // else the error of making the text is set instead
 }
 
 // Keeps a pending error aside and sets it again when it goes, unless a newer one was set

@@ -29,9 +29,9 @@ from kerovamultidimarrayforpython import (double, int8, int16, int32, int64, log
 
 CLASSES = {cls.__name__: cls for cls in (double, single, int8, uint8, int16, uint16, int32, uint32, int64, uint64,
                                          logical)}
-# The buffer format of each class's elements (of each part, for a complex array).
-FORMATS = {"double": "d", "single": "f", "int8": "b", "uint8": "B", "int16": "h", "uint16": "H", "int32": "i",
-           "uint32": "I", "int64": "q", "uint64": "Q", "logical": "?"}
+# The buffer format of each class's elements (of each part, for a complex array), as the
+# classes' own buffer exports state it.
+FORMATS = {name: memoryview(cls(size=(1, 1))).format for name, cls in CLASSES.items()}
 SERIALIZE_MODULE = "distributed.protocol.serialize"
 
 
@@ -144,7 +144,7 @@ def install():
         return
     try:
         present = "dask" in sys.modules or importlib.util.find_spec("dask") is not None
-    except (ImportError, ValueError):  # a module entry without a spec, say
+    except (ImportError, ValueError):  # a module in sys.modules that importlib cannot describe
         present = False
     if present:
         sys.meta_path.insert(0, _RegisterWithDask)
