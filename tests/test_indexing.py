@@ -49,8 +49,12 @@ def test_slice_chains_read_like_python_lists(n, chain):
     assert values(eval("x" + chain, {"x": kerova.int16(grid)})) == eval("x" + chain, {"x": grid})
 
 
-def test_writes_through_huge_steps_reach_one_element():
+def test_writes_through_huge_steps_reach_one_element_and_empty_regions_take_nothing():
     a = kerova.single(size=(3, 3))
+    a[1:1], a[::-1][5:] = [], kerova.single(size=(0, 0))
+    raises(lambda: a.__setitem__(slice(0, 2), []), ValueError, "slice is nonempty but values are empty.")
+    raises(lambda: a.__setitem__(slice(2, 2), [[1]]), ValueError,
+           "slice is empty, but number of elements assigned is greater than zero.")
     a[0][::-2**63] = [7]
     a[::2**63 - 1] = kerova.single([[1, 2, 3]])
     a[2][1::2**62] = [5]
