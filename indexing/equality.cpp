@@ -10,13 +10,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstdio>
 #include <vector>
 
 #include <boost/container/small_vector.hpp>
 
 #include "core/cursor.h"
-#include "core/py_ref.h"
 #include "core/view.h"
 #include "indexing/index_ops.h"
 #include "indexing/iteration_state.h"
@@ -99,7 +97,7 @@ void nextItem(Walk& walk, Item& item) {
 
 enum class Outcome { EQUAL, UNEQUAL, NO_RESULT };
 
-// The parallel walk; `scalarsEqual(a, b)` gives 1, 0, or -1 with a Python error set.
+// The parallel walk; `scalarsEqual(a, b)` tells whether two elements are equal.
 template <typename ScalarsEqual>
 Outcome walkItemsEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual);
 
@@ -130,14 +128,8 @@ Outcome walkItemsEqual(Walk& a, Walk& b, ScalarsEqual& scalarsEqual) {
             if (inner != Outcome::EQUAL) return Outcome::UNEQUAL;
         } else if (x.kind == Item::SUB_ARRAY || y.kind == Item::SUB_ARRAY) {
             return Outcome::UNEQUAL;
-        } else {
-            const int equal = scalarsEqual(x.element, y.element);
-            if (equal == 0) return Outcome::UNEQUAL;
-            if (equal != 1) {
-                std::printf("PyObject_RichCompareBool() generated an error.\n");
-                std::fflush(stdout);
-                return Outcome::NO_RESULT;
-            }
+        } else if (!scalarsEqual(x.element, y.element)) {
+            return Outcome::UNEQUAL;
         }
         nextItem(a, x);
         nextItem(b, y);
@@ -242,20 +234,6 @@ Outcome nativeWalksEqual(Walk& a, Walk& b, const ElementComparison& comparison) 
     return walksEqual(a, b, compare);
 }
 
-// Stores of an unexpected element type: the scalars are made and compared by Python.
-Outcome pythonWalksEqual(Walk& a, Walk& b, const ElementOps& opsA, const ElementOps& opsB) {
-    auto compare = [&](const char* pa, const char* pb) -> int {
-        const PyRef x = PyRef::steal(opsA.toPython(pa));
-        const PyRef y = PyRef::steal(opsB.toPython(pb));
-        if (!x || !y) {
-            PyErr_Clear();
-            return 0;
-        }
-        return PyObject_RichCompareBool(x.get(), y.get(), Py_EQ);
-    };
-    return walksEqual(a, b, compare);
-}
-
 // A whole array's walk covers its store as it lies: its box is the store's view.
 bool isWholeInStore(const MDACursor& cursor) {
     const MDArrayWrapper& store = *cursor.m_store;
@@ -272,21 +250,20 @@ Outcome arraysEqual(const MDACursor& first, const MDACursor& second) {
     auto known = [&](data::ArrayType type) {
         return type == info.realType || (info.hasComplex && type == info.complexType);
     };
-    const ElementOps* opsA = elementOpsOf(typeA);
-    const ElementOps* opsB = elementOpsOf(typeB);
-    if (known(typeA) && known(typeB)) {
-        const ElementComparison& comparison = typeB == info.realType ? opsA->withReal : opsA->withComplex;
-        if (isWholeInStore(first) && isWholeInStore(second)) {
-            const StridedView whole = StridedView::below(*first.m_store, nullptr, 0);
-            return boxesEqual(whole, StridedView::below(*second.m_store, nullptr, 0), comparison);
-        }
-        Walk a = walkOf(first);
-        Walk b = walkOf(second);
-        return nativeWalksEqual(a, b, comparison);
+    if (!known(typeA) || !known(typeB)) {
+        // Every road that makes a store gives it one of its kind's types.
+        PyErr_SetString(PyExc_RuntimeError, "invalid type.");
+        return Outcome::NO_RESULT;
+    }
+    const ElementOps& opsA = *elementOpsOf(typeA);
+    const ElementComparison& comparison = typeB == info.realType ? opsA.withReal : opsA.withComplex;
+    if (isWholeInStore(first) && isWholeInStore(second)) {
+        const StridedView whole = StridedView::below(*first.m_store, nullptr, 0);
+        return boxesEqual(whole, StridedView::below(*second.m_store, nullptr, 0), comparison);
     }
     Walk a = walkOf(first);
     Walk b = walkOf(second);
-    return pythonWalksEqual(a, b, opsA ? *opsA : *first.m_ops, opsB ? *opsB : *second.m_ops);
+    return nativeWalksEqual(a, b, comparison);
 }
 
 }  // namespace

@@ -168,6 +168,9 @@ def test_sizeof_counts_the_element_blocks():
     assert sys.getsizeof(row) == sys.getsizeof(large)  # a partial array counts the store it refers to
     memoryview(row)  # and then its materialised copy, 1 by 1000
     assert sys.getsizeof(row) == sys.getsizeof(large) + 2 * 8 * 1000
+    row = large[1]
+    row.clone()  # a copy kept for the clone alone, without a mirror
+    assert sys.getsizeof(row) == sys.getsizeof(large) + 8 * 1000
 
 
 @pytest.mark.parametrize("kind", ["double", "int8", "uint16", "logical"])
