@@ -36,11 +36,13 @@ def same(x, y):
     return type(x) is type(y) and x == y
 
 
-def raises(action, error, message=None):
-    """`action` raises exactly `error` (not a subclass), with exactly `message` unless None."""
+def raises(action, error, message=None, cause=None):
+    """`action` raises exactly `error` (not a subclass), with exactly `message` unless None, and with a cause of
+    exactly the type `cause` unless None."""
     with pytest.raises(error) as caught:
         action()
     assert type(caught.value) is error and (message is None or str(caught.value) == message)
+    assert cause is None or type(caught.value.__cause__) is cause
 
 
 @contextlib.contextmanager
@@ -65,7 +67,7 @@ def elements(x):
 
 
 def check(action, expected):
-    """`action` gives something with the text `expected`, or raises (type, message or None)."""
+    """`action` gives something with the text `expected`, or raises (type, message or None[, cause])."""
     if isinstance(expected, str):
         assert str(action()) == expected
     else:
@@ -78,6 +80,13 @@ def python(*arguments, quiet=False, **options):
     done = subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=300, **options)
     assert done.returncode == 0 and not (quiet and done.stderr), done.stderr[-2000:]
     return done.stdout
+
+
+def failing(error, message):
+    """A function, or a method, that raises error(message) whatever it is passed."""
+    def fail(*args, **kwargs):
+        raise error(message)
+    return fail
 
 
 class Lying:

@@ -1,6 +1,5 @@
-"""Hypothesis profiles: under CI (the CI variable set) every run draws the same examples, so a
-result can be replayed; elsewhere each run draws new ones, and more of them. A failure prints
-its example and the blob that replays it."""
+"""Hypothesis profiles: under CI (the CI variable set) every run draws the same examples, so a result can be replayed;
+elsewhere each run draws new ones, and more of them. A failure prints its example and the blob that replays it."""
 
 import os
 

@@ -1,10 +1,9 @@
-"""A pure-Python model of the arrays, written from their documented behaviour: a store (kind,
-complex flag, shape, column-major elements) and views holding a cursor's records, integers and at
-most one final slice. Each operation returns or raises what the extension does, with the same
-text: reads normalise against the final slice, writes against the whole dimension, and a failed
-assignment keeps what it wrote. A complex element is the pair of its exact parts. A view made
-before a reshape reads its records against the new shape; where they no longer fit it, nothing
-is promised, and `fits()` says so."""
+"""A pure-Python model of the arrays, written from their documented behaviour: a store (kind, complex flag, shape,
+column-major elements) and views holding a cursor's records, integers and at most one final slice. Each operation
+returns or raises what the extension does, with the same text: reads normalise against the final slice, writes
+against the whole dimension, and a failed assignment keeps what it wrote. A complex element is the pair of its exact
+parts. A view made before a reshape reads its records against the new shape; where they no longer fit it, nothing is
+promised, and `fits()` says so."""
 
 import array
 import itertools
@@ -20,11 +19,9 @@ RANGES = {f"{u}int{b}": (0, 2**b - 1) if u else (-2**(b - 1), 2**(b - 1) - 1)
 KINDS = ["double", "single", *RANGES, "logical"]
 TOO_LARGE = "Python int too large to convert to C long long"
 FLT_MAX = 3.4028234663852886e38
-DELETE = object()  # the value of a `del` statement
-ABSENT = object()  # an argument not passed
+DELETE, ABSENT = object(), object()  # the value of a `del` statement, an argument not passed
 
-DIFFERENT = "elements of array are of different lengths or types."
-RECTANGULAR = "arrays must be rectangular."
+DIFFERENT, RECTANGULAR = "elements of array are of different lengths or types.", "arrays must be rectangular."
 SHAPE = "unable to perform assignment because the left and right sides have a different shape."
 RESHAPE = "reshape() must be passed a nonempty sequence of nonnegative integers."
 
@@ -36,19 +33,14 @@ def is_sequence(x):
 
 def single(x):
     """A double as a 32-bit float: beyond the float range, infinities included, it is +inf."""
-    if math.isnan(x) or abs(x) > FLT_MAX:
-        return x if math.isnan(x) else math.inf
-    return struct.unpack("f", struct.pack("f", x))[0]
+    return math.inf if abs(x) > FLT_MAX else x if math.isnan(x) else struct.unpack("f", struct.pack("f", x))[0]
 
 
 def single_of_int(v):
     """A 64-bit integer as the nearest 32-bit float, ties to even."""
-    m = abs(v)
-    shift = max(m.bit_length() - 24, 0)
-    q, r = divmod(m, 1 << shift)
-    half = (1 << shift) >> 1
-    if shift and (r > half or (r == half and q & 1)):
-        q += 1
+    shift = max(abs(v).bit_length() - 24, 0)
+    (q, r), half = divmod(abs(v), 1 << shift), (1 << shift) >> 1
+    q += bool(shift and (r > half or (r == half and q & 1)))
     return math.copysign(float(q << shift), v)
 
 
@@ -95,16 +87,11 @@ def convert(kind, is_complex, x, allow_float):
         return x if kind == "double" else single(x)
     if isinstance(x, int):
         return from_int(kind, int(x))
-    name = "kerova." + kind
-    if isinstance(x, float):
+    if isinstance(x, (float, complex)):  # a real kind's own floats returned above
         if kind == "logical" and allow_float:
             return x != 0.0
-        if kind not in ("double", "single"):
-            raise TypeError(name + " does not accept floating-point values.")
-    if isinstance(x, complex):
-        if kind == "logical" and allow_float:
-            return x.real != 0.0 or x.imag != 0.0
-        raise TypeError(name + " does not accept complex values if 'is_complex' is not set to 'True'.")
+        raise TypeError("kerova.%s does not accept %s." % (kind, "floating-point values" if isinstance(x, float)
+                                                          else "complex values if 'is_complex' is not set to 'True'"))
     raise TypeError("value is not numeric." if isinstance(x, str) else "sequence passed when scalar was expected."
                     if is_sequence(x) else "value must not be 'None'." if x is None else "type does not match.")
 
@@ -122,9 +109,8 @@ class Scan:
     def scan(self, x):
         if not is_sequence(x):
             element = convert(self.kind, self.is_complex, x, self.allow_float)
-            if self.leaf == 0:
-                self.leaf = self.depth
-            elif self.leaf != self.depth:
+            self.leaf = self.leaf or self.depth
+            if self.leaf != self.depth:
                 raise ValueError(RECTANGULAR)
             self.elements.append(element)
             self.dims = self.dims or [1, 1]
@@ -132,18 +118,14 @@ class Scan:
         if isinstance(x, str):
             raise ValueError("value passed to initializer must be numeric.")
         n = len(x)
-        if n >= 2:
-            kinds = [(is_sequence(item), len(item) if is_sequence(item) else 0) for item in x]
-            if any(k != kinds[0] for k in kinds):
-                raise ValueError(DIFFERENT)
-        self.depth += 1
-        d = self.depth - 1
+        if n >= 2 and len({(is_sequence(item), len(item) if is_sequence(item) else 0) for item in x}) > 1:
+            raise ValueError(DIFFERENT)
+        d, self.depth = self.depth, self.depth + 1
         self.dims += [0] * (self.depth - len(self.dims))  # 0: not known until a sequence there has items
         for i in range(n):
             self.scan(x[i])
-        if self.dims[d] == 0:
-            self.dims[d] = n
-        elif self.dims[d] != n:
+        self.dims[d] = self.dims[d] or n
+        if self.dims[d] != n:
             raise ValueError(RECTANGULAR)
         self.depth -= 1
         if self.depth == 0 and prod(self.dims) != len(self.elements):
@@ -219,8 +201,7 @@ def construct(kind, initializer=None, size=None, vector=None, is_complex=ABSENT)
             if not sizes:
                 dims = [1, dims[0]] if dims[0] else [0, 0]
         drop_trailing_ones(dims)
-        by_column = check_size(sizes, dims) if sizes else False
-        final = sizes or dims
+        final, by_column = sizes or dims, sizes and check_size(sizes, dims)
         return View(Store(kind, cplx, final, elements if by_column else column_major(elements, final)))
     if not is_sequence(vector):
         raise ValueError("value of 'vector' must be a sequence.")
@@ -294,11 +275,10 @@ def compose(outer, inner):
 
 
 def odometer(ints, final, shape):
-    """The positions that a region assignment writes: an odometer over the box of the integer
-    records, the slice and the whole of each later dimension, the last dimension moving first.
-    It starts from the start of each record and yields that position before it looks at any
-    bound; it stops where a dimension can't move and the one in front is held by an integer
-    record, or where a coordinate stands outside its bounds."""
+    """The positions that a region assignment writes: an odometer over the box of the integer records, the slice and
+    the whole of each later dimension, the last dimension moving first. It starts from the start of each record and
+    yields that position before it looks at any bound; it stops where a dimension can't move and the one in front is
+    held by an integer record, or where a coordinate stands outside its bounds."""
     bounds = [(i, i + 1, 0) for i in ints] + [final[:3]] + [(0, d, 1) for d in shape[len(ints) + 1:]]
     coords = [lo for lo, _, _ in bounds]
     while True:
@@ -355,9 +335,7 @@ class View:
         st, n = self.store, len(self.ints)
         if isinstance(index, int):
             i = self.pick(index, self.size()[0])
-            if n == len(st.shape) - 1:
-                return st.at(self.ints + [i])
-            return View(st, self.ints + [i])
+            return st.at(self.ints + [i]) if n == len(st.shape) - 1 else View(st, self.ints + [i])
         if type(index) is not slice:
             raise RuntimeError("index is not an integer or slice.")
         s = from_python(index, self.size()[0])
@@ -407,10 +385,7 @@ class View:
     def items(self):
         """What iterating the view yields: partial arrays, or scalars on the last dimension."""
         st, n = self.store, len(self.ints)
-        positions = self.axes()[n]
-        if len(st.shape) - n > 1:
-            return [View(st, self.ints + [p]) for p in positions]
-        return [st.at(self.ints + [p]) for p in positions]
+        return [View(st, self.ints + [p]) if len(st.shape) - n > 1 else st.at(self.ints + [p]) for p in self.axes()[n]]
 
     def reshape(self, *args):
         if self.ints:
@@ -432,9 +407,7 @@ class View:
         if self.cache is None:
             st = self.store
             scan = Scan(st.kind, st.is_complex, False, to_list(self))
-            dims = [1] + scan.dims if len(scan.dims) == 1 else scan.dims
-            if not scan.elements:
-                dims = [0] + st.shape[1:]
+            dims = [0] + st.shape[1:] if not scan.elements else [1] + scan.dims if len(scan.dims) == 1 else scan.dims
             self.cache = (dims, column_major(scan.elements, dims))
         return self.cache
 
@@ -452,8 +425,7 @@ class View:
         data = [x[part == "imag"] for x in st.data] if st.is_complex else st.data
         return View(Store(st.kind, False, [1, len(data)], data), [0])
 
-    real, imag = partialmethod(flatten, "real"), partialmethod(flatten, "imag")
-    noncomplex = partialmethod(flatten, "noncomplex")
+    real, imag, noncomplex = map(partialmethod, [flatten] * 3, ["real", "imag", "noncomplex"])
 
     def toarray(self):
         """An array.array of the items; it takes numbers only."""
@@ -500,9 +472,7 @@ def to_list(view):
     axes, st = view.axes(), view.store
 
     def level(coords, d):
-        if d == len(axes) - 1:
-            return [st.at(coords + [c]) for c in axes[d]]
-        return [level(coords + [c], d + 1) for c in axes[d]]
+        return [st.at(coords + [c]) if d == len(axes) - 1 else level(coords + [c], d + 1) for c in axes[d]]
     return level(list(view.ints), len(view.ints))
 
 

@@ -148,16 +148,19 @@ def test_refusals_leave_the_array_as_it_was(call, error, message):
     assert a.__dlpack_device__() == (1, 0) and np.array_equal(np.from_dlpack(a, **where), expected(a, "float64"))
 
 
-def test_exported_memory_outlives_a_reshape_and_the_array():
-    a = make("double", False, (3, 4))
+def test_exports_outlive_a_reshape_and_the_array():
+    a = make("double", False, (3, 4))  # its storage holds 1 to 12
     before, capsule = np.asarray(a).copy(), a.__dlpack__(**({"max_version": (1, 0)} if MODERN_DLPACK else {}))
     pending = type("Pending", (), {"__dlpack__": lambda self, **_: capsule, "__dlpack_device__": lambda self: (1, 0)})
-    tensor, view = np.from_dlpack(a), a.__array__()
-    a.reshape(2, 6)
-    a[0][0] = -1.0
+    exports, row = [np.from_dlpack(a), a.__array__(), np.asarray(a), memoryview(a)], memoryview(a[1])
+    a[0:1].reshape(2, 6)  # a cursor with only a final slice reshapes the store
+    assert (a.size, a.get_bytewise_strides()) == ((2, 6), (8, 16))
+    a[0][0] = -1.0  # written to the array's memory, not to the exports'
+    assert [list(r) for r in a] == np.asarray(a).tolist() == [[-1, 3, 5, 7, 9, 11], [2, 4, 6, 8, 10, 12]]
     del a
     gc.collect()
-    for result in (tensor, view, np.from_dlpack(pending())):  # the capsule was made before the reshape
+    assert row.shape == (1, 4) and row.tolist() == [before[1].tolist()]
+    for result in (*exports, np.from_dlpack(pending())):  # the capsule was made before the reshape
         assert result.shape == (3, 4) and np.array_equal(result, before)
 
 
@@ -175,16 +178,14 @@ def test_sizeof_counts_the_element_blocks():
 
 @pytest.mark.parametrize("kind", ["double", "int8", "uint16", "logical"])
 def test_pandas_takes_the_values_with_their_type(kind):
-    pandas = library("pandas")
-    a = make(kind, False, (3, 4))
+    pandas, a = library("pandas"), make(kind, False, (3, 4))
     frame = pandas.DataFrame(a)
     assert set(frame.dtypes) == {np.dtype(REAL[kind])} and np.array_equal(frame.to_numpy(), expected(a, REAL[kind]))
 
 
 @pytest.mark.parametrize("kind, is_complex", NAMES)
 def test_torch_takes_the_memory_through_dlpack(kind, is_complex):
-    torch = library("torch")
-    a, name = make(kind, is_complex), NAMES[kind, is_complex]
+    torch, a, name = library("torch"), make(kind, is_complex), NAMES[kind, is_complex]
     tensor = torch.from_dlpack(a)
     assert tensor.dtype == getattr(torch, name) and tensor.stride() == (1, 2, 6)
     assert tensor.data_ptr() == a.buffer_info()[0] and np.array_equal(tensor.numpy(), expected(a, name))

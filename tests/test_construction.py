@@ -11,8 +11,8 @@ import numpy as np
 import pytest
 
 import kerova
-from checks import FORMS, allocation, elements, evaluate, incompatible, raises, same
-from model import DIFFERENT, FORMATS, KINDS, RECTANGULAR, TOO_LARGE
+from checks import FORMS, allocation, check, elements, evaluate, incompatible, raises, same
+from model import DIFFERENT, FORMATS, KINDS, RECTANGULAR, TOO_LARGE, drop_trailing_ones
 from support.consumer import Capi
 from support.exporter import Exporter
 
@@ -21,76 +21,66 @@ from support.exporter import Exporter
 LONG, OTHER = ("int32", "int64") if array.array("l").itemsize == 4 else ("int64", "int32")
 CHAR = {"int32": "i", "int64": "q"}
 
-CONSTRUCTIONS = [
-    # (call, size, elements read back by index)
-    ("double(range(3))", (1, 3), [[0.0, 1.0, 2.0]]), ("double(size=[True, 2])", (1, 2), [[0.0, 0.0]]),
-    ("double([1, 2], size=(2, 1))", (2, 1), [[1.0], [2.0]]), ("double([], size=(0, 3))", (0, 3), []),
-    ("double([1], vector=None, size=None, is_complex=False)", (1, 1), [[1.0]]),
-    ("double(None, vector=[1])", (1, 1), [[1.0]]), ("double({'size': (1, 1)}, [1])", (1, 1), [[1.0]]),
-    ("double(None, (2, 2), [1, 2, 3, 4])", (2, 2), [[1.0, 3.0], [2.0, 4.0]]),
-    # the module's own arrays, walked and converted item by item
-    ("double(uint8([[1, 2], [3, 250]]))", (2, 2), [[1.0, 2.0], [3.0, 250.0]]),
-    ("int16(uint8([[1, 2], [3, 250]])[1])", (1, 2), [[3, 250]]),
-    # buffers, imported as they are
-    ("uint8(b'')", (0, 0), []), ("int64(array.array('q', [-5]))", (1, 1), [[-5]]),
-    ("uint64(array.array('Q', [2**64 - 1]))", (1, 1), [[2**64 - 1]]),
-    (f"{LONG}(array.array('l', [-5]))", (1, 1), [[-5]]), (f"u{LONG}(array.array('L', [7]))", (1, 1), [[7]]),
-    ("int16(array.array('h', [1, 2, 3, 4, 5, 6]), size=(2, 3))", (2, 3), [[1, 3, 5], [2, 4, 6]]),
-    ("double(np.ones((2, 3, 1, 1)))", (2, 3), [[1.0] * 3] * 2), ("uint8(vector=b'ab')", (1, 2), [[97, 98]]),
-    ("uint8([b'ab', b'cd'])", (2, 2), [[97, 98], [99, 100]]),
-]
-
-
-@pytest.mark.parametrize("call, size, listed", CONSTRUCTIONS, ids=[row[0] for row in CONSTRUCTIONS])
-def test_forms_give_shape_and_elements(call, size, listed):
-    a = evaluate(call, globals())
-    assert a.size == size and a._is_complex is False and same(elements(a), listed)
-
-
 NEGATIVE = "size cannot contain negative dimensions. Use nonnegative integers for dimensions."
+NUMERIC = "value passed to initializer must be numeric."
 
 
 def mismatch(dims, size):
     return f"dimensions of initializer ({dims}) do not match dimensions specified by 'size' ({size})."
 
 
-NUMERIC = "value passed to initializer must be numeric."
-FAILURES = [
-    # (call, exception, message); None: the argument parser's own message
-    ("double(1, 2, 3, 4, 5)", TypeError, None), ("double({'a': 1})", TypeError, None),
-    ("double([1], None, [2], is_complex=False)", TypeError, "more than two positional arguments must not be specified. "
-     "A third will be treated as 'vector', which must not be specified when an initializer is specified."),
-    ("double([1], 5, vector=[2])", TypeError, "initializer and 'vector' must not both be specified."),
-    ("double({'a': 1}, is_complex=False)", TypeError, "type does not match."),
-    ("double([1], {'size': (1, 1)})", TypeError, "value of 'size' must be a sequence."),
+FORMS_AND_FAILURES = [
+    # (call, its size and elements read back by index, or (exception, message)); no array made here is complex
+    ("double(range(3))", "(1, 3) [[0.0, 1.0, 2.0]]"), ("double(size=[True, 2])", "(1, 2) [[0.0, 0.0]]"),
+    ("double([1, 2], size=(2, 1))", "(2, 1) [[1.0], [2.0]]"), ("double([], size=(0, 3))", "(0, 3) []"),
+    ("double([1], vector=None, size=None, is_complex=False)", "(1, 1) [[1.0]]"),
+    ("double(None, vector=[1])", "(1, 1) [[1.0]]"), ("double({'size': (1, 1)}, [1])", "(1, 1) [[1.0]]"),
+    ("double(None, (2, 2), [1, 2, 3, 4])", "(2, 2) [[1.0, 3.0], [2.0, 4.0]]"),
+    # the module's own arrays, walked and converted item by item
+    ("double(uint8([[1, 2], [3, 250]]))", "(2, 2) [[1.0, 2.0], [3.0, 250.0]]"),
+    ("int16(uint8([[1, 2], [3, 250]])[1])", "(1, 2) [[3, 250]]"),
+    ("int8(uint8([[1, 250]]))", (OverflowError, "value (250) cannot be stored in a variable of type int8.")),
+    # buffers, imported as they are
+    ("uint8(b'')", "(0, 0) []"), ("int64(array.array('q', [-5]))", "(1, 1) [[-5]]"),
+    ("uint64(array.array('Q', [2**64 - 1]))", "(1, 1) [[18446744073709551615]]"),
+    (f"{LONG}(array.array('l', [-5]))", "(1, 1) [[-5]]"), (f"u{LONG}(array.array('L', [7]))", "(1, 1) [[7]]"),
+    ("int16(array.array('h', [1, 2, 3, 4, 5, 6]), size=(2, 3))", "(2, 3) [[1, 3, 5], [2, 4, 6]]"),
+    ("double(np.ones((2, 3, 1, 1)))", "(2, 3) [[1.0, 1.0, 1.0], [1.0, 1.0, 1.0]]"),
+    ("uint8(vector=b'ab')", "(1, 2) [[97, 98]]"), ("uint8([b'ab', b'cd'])", "(2, 2) [[97, 98], [99, 100]]"),
+    ("int8(b'a')", (BufferError, incompatible("B", "b"))),
+    (f"u{LONG}(array.array('l', [7]))", (BufferError, incompatible("l", CHAR[LONG].upper()))),
+    (f"{LONG}(array.array('L', [7]))", (BufferError, incompatible("L", CHAR[LONG]))),
+    (f"{OTHER}(array.array('l', [7]))", (BufferError, incompatible("l", CHAR[OTHER]))),
+    (f"u{OTHER}(array.array('L', [7]))", (BufferError, incompatible("L", CHAR[OTHER].upper()))),
+    ("double(np.zeros(2), is_complex=True)",
+     (BufferError, "input buffer format ('d') does not begin with 'Z', but output type is complex")),
+    ("double(np.zeros(2, dtype=np.complex64), is_complex=True)", (BufferError, incompatible("Zf", "Zd"))),
+    ("double(np.arange(6.0).reshape(2, 3), size=(3, 2))", (kerova.SizeError, mismatch("2, 3", "3, 2"))),
+    ("double(np.arange(6.0), size=(2, 2))", (kerova.ShapeError, mismatch("6", "2, 2"))),
+    # failures; None: the argument parser's own message
+    ("double(1, 2, 3, 4, 5)", (TypeError, None)), ("double({'a': 1})", (TypeError, None)),
+    ("double([1], None, [2], is_complex=False)", (TypeError, "more than two positional arguments must not be "
+     "specified. A third will be treated as 'vector', which must not be specified when an initializer is specified.")),
+    ("double([1], 5, vector=[2])", (TypeError, "initializer and 'vector' must not both be specified.")),
+    ("double({'a': 1}, is_complex=False)", (TypeError, "type does not match.")),
+    ("double([1], {'size': (1, 1)})", (TypeError, "value of 'size' must be a sequence.")),
     # later rows that leave the all-numbers road partway keep the general order of checks
-    ("int64([[1, 2], [3, 2**70]])", OverflowError, TOO_LARGE), ("double([[1, 2], [3, 'a']])", ValueError, DIFFERENT),
-    ("double([[[1, 2]], [[3]]])", ValueError, RECTANGULAR), ("double([[[1]], [2]])", ValueError, RECTANGULAR),
-    ("double([[[]], [[1]]])", ValueError, RECTANGULAR),
-    ("double('ab')", ValueError, NUMERIC), ("double([['a']])", ValueError, NUMERIC),
-    ("double([[1, 2], [3, 4], [5, 6]], size=(2, 3))", kerova.SizeError, mismatch("3, 2", "2, 3")),
-    ("double([[[1, 2]]], size=(1, 2))", kerova.SizeError, mismatch("1, 1, 2", "1, 2")),
-    ("double(size=[2, -1, 2.0])", ValueError, NEGATIVE), ("double(size=[2**63])", ValueError, NEGATIVE),
-    ("double(size=[2**31, 2**31])", MemoryError, allocation(4611686018427387904, "double")),
-    ("int8([1], size=[2**40, 2**40])", MemoryError, allocation(18446744073709551615, "int8")),
-    ("int8(uint8([[1, 250]]))", OverflowError, "value (250) cannot be stored in a variable of type int8."),
-    # buffer import
-    ("int8(b'a')", BufferError, incompatible("B", "b")),
-    (f"u{LONG}(array.array('l', [7]))", BufferError, incompatible("l", CHAR[LONG].upper())),
-    (f"{LONG}(array.array('L', [7]))", BufferError, incompatible("L", CHAR[LONG])),
-    (f"{OTHER}(array.array('l', [7]))", BufferError, incompatible("l", CHAR[OTHER])),
-    (f"u{OTHER}(array.array('L', [7]))", BufferError, incompatible("L", CHAR[OTHER].upper())),
-    ("double(np.zeros(2), is_complex=True)", BufferError,
-     "input buffer format ('d') does not begin with 'Z', but output type is complex"),
-    ("double(np.zeros(2, dtype=np.complex64), is_complex=True)", BufferError, incompatible("Zf", "Zd")),
-    ("double(np.arange(6.0).reshape(2, 3), size=(3, 2))", kerova.SizeError, mismatch("2, 3", "3, 2")),
-    ("double(np.arange(6.0), size=(2, 2))", kerova.ShapeError, mismatch("6", "2, 2")),
+    ("int64([[1, 2], [3, 2**70]])", (OverflowError, TOO_LARGE)), ("double([['a']])", (ValueError, NUMERIC)),
+    ("double([[1, 2], [3, 'a']])", (ValueError, DIFFERENT)), ("double('ab')", (ValueError, NUMERIC)),
+    *((call, (ValueError, RECTANGULAR)) for call in ["double([[[1, 2]], [[3]]])", "double([[[1]], [2]])",
+                                                      "double([[[]], [[1]]])"]),
+    ("double([[1, 2], [3, 4], [5, 6]], size=(2, 3))", (kerova.SizeError, mismatch("3, 2", "2, 3"))),
+    ("double([[[1, 2]]], size=(1, 2))", (kerova.SizeError, mismatch("1, 1, 2", "1, 2"))),
+    ("double(size=[2, -1, 2.0])", (ValueError, NEGATIVE)), ("double(size=[2**63])", (ValueError, NEGATIVE)),
+    ("double(size=[2**31, 2**31])", (MemoryError, allocation(4611686018427387904, "double"))),
+    ("int8([1], size=[2**40, 2**40])", (MemoryError, allocation(18446744073709551615, "int8"))),
 ]
 
 
-@pytest.mark.parametrize("call, exception, message", FAILURES, ids=[row[0] for row in FAILURES])
-def test_failures_raise_exact_type_and_text(call, exception, message):
-    raises(lambda: evaluate(call, globals()), exception, message)
+@pytest.mark.parametrize("call, expected", FORMS_AND_FAILURES, ids=[row[0] for row in FORMS_AND_FAILURES])
+def test_forms_give_shape_and_elements_or_fail_with_exact_type_and_text(call, expected):
+    check(lambda: "%s %s%s" % ((a := evaluate(call, globals())).size, elements(a), " complex" * a._is_complex),
+          expected)
 
 
 # (kind, is_complex, numpy type of the source): every kind's own format, and the aliases
@@ -111,29 +101,14 @@ def test_numpy_arrays_import_with_their_indices(kind, is_complex, dtype, order, 
     source = np.asarray(values.astype(dtype).reshape(shape), order=order)
     a = getattr(kerova, kind)(source, is_complex=is_complex)
     size = {(): (1, 1), (4,): (1, 4)}.get(shape, shape)
-    assert a.size == size
     expected = source.reshape(size).astype({"logical": np.bool_, "uint8": np.uint8}.get(kind, dtype))
-    assert same(elements(a), expected.tolist())
+    assert a.size == size and same(elements(a), expected.tolist())
     assert memoryview(a).tobytes("F") == expected.tobytes("F")  # logical holds 0 and 1 only
 
 
 # Buffers with every legal choice of strides for their dimensions of length 1, which no element is reached through:
 # the array must read back with the source's own indices.
 LAYOUTS = [(2, 3), (1, 2, 3), (1, 1, 2, 3), (1, 1, 1, 2, 3), (2, 1, 3), (1, 2, 1, 3), (3, 1), (2, 3, 1)]
-
-
-def contiguous(shape, size, order):
-    strides, span = [0] * len(shape), size
-    for d in (range(len(shape)) if order == "F" else reversed(range(len(shape)))):
-        strides[d], span = span, span * shape[d]
-    return strides
-
-
-def element(data, shape, strides, code, index, is_complex):
-    """The element at `index`, read from the raw bytes through the strides."""
-    offset = sum(i * s for i, s in zip(index, strides))
-    parts = struct.unpack_from(("2" if is_complex else "") + code, data, offset)
-    return complex(*parts) if is_complex else parts[0]
 
 
 @pytest.mark.parametrize("lying", [0, 1], ids=["c-strides", "f-strides"])  # what the length-1 dims claim
@@ -145,20 +120,18 @@ def test_buffer_order_follows_the_dimensions_longer_than_one(kind, is_complex, o
     size = struct.calcsize(code) * width
     values = [v % 3 if kind == "logical" else v for v in range(1, math.prod(shape) * width + 1)]
     data = struct.pack(f"{len(values)}{code}", *values)
-    strides, other = contiguous(shape, size, order), contiguous(shape, size, "CF"[lying])
+    strides, other = (np.empty(shape, f"V{size}", order=o).strides for o in (order, "CF"[lying]))  # contiguous
     strides = [o if n == 1 else s for s, o, n in zip(strides, other, shape)]
     source = Exporter(data, (b"Z" if is_complex else b"") + code.encode(), size, len(shape), shape, strides)
     a = getattr(kerova, kind)(source, is_complex=is_complex)
     if lying:  # the native modules' road reads the same buffer the same way
         assert Capi().array_from_buffer(source)[0] == a
-    kept = list(shape)
-    while len(kept) > 2 and kept[-1] == 1:
-        kept.pop()
+    kept = drop_trailing_ones(list(shape))
     assert a.size == tuple(kept)
-    for index in itertools.product(*map(range, kept)):
-        expected = element(data, shape, strides, code, index, is_complex)
-        got = functools.reduce(lambda x, i: x[i], index, a)
-        assert same(got, bool(expected) if kind == "logical" else expected), index
+    for index in itertools.product(*map(range, kept)):  # each element read from the raw bytes through the strides
+        parts = struct.unpack_from(code * width, data, sum(i * s for i, s in zip(index, strides)))
+        expected = complex(*parts) if is_complex else bool(parts[0]) if kind == "logical" else parts[0]
+        assert same(functools.reduce(lambda x, i: x[i], index, a), expected), index
 
 
 NEITHER = "input buffer strides describe neither C nor Fortran order."

@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 
 import kerova
-from checks import incompatible, library, raises
+from checks import failing, incompatible, library, raises
 
 
 def outcome(action):
@@ -27,25 +27,11 @@ class ByArray:
         return np.asarray(self.data, dtype=dtype)
 
 
-class ByDLPack(ByArray):
-    def __dlpack__(self, **options):
-        return self.data.__dlpack__(**options)
-
-    def __dlpack_device__(self):
-        return self.data.__dlpack_device__()
-
-
-class NoNumbers(list):
-    def __array__(self, dtype=None, copy=None):
-        raise RuntimeError("no data today")
-
-
-class Elsewhere(ByDLPack):
-    def __array__(self, dtype=None, copy=None):
-        raise AssertionError("__array__ must not be called when __dlpack__ is there")
-
-    def __dlpack__(self, **options):
-        raise BufferError("the data is on another device")
+ByDLPack = type("ByDLPack", (ByArray,), {"__dlpack__": lambda self, **options: self.data.__dlpack__(**options),
+                                         "__dlpack_device__": lambda self: self.data.__dlpack_device__()})
+NoNumbers = type("NoNumbers", (list,), {"__array__": failing(RuntimeError, "no data today")})
+Elsewhere = type("Elsewhere", (ByDLPack,), {"__dlpack__": failing(BufferError, "the data is on another device"),
+                                            "__array__": failing(AssertionError, "__array__ must not be called")})
 
 
 GRID = np.arange(6.0).reshape(2, 3)
@@ -91,20 +77,19 @@ def test_a_refusal_is_the_objects_or_numpys_and_leaves_arrays_intact(initializer
     assert repr(kept) == "kerova.double([[1.0,2.0],[3.0,4.0]])"
 
 
-def test_buffers_and_kerova_arrays_keep_their_roads(monkeypatch):
-    def unused(*args, **kwargs):
-        raise AssertionError("an initializer with a buffer went through NumPy")
-
-    monkeypatch.setattr(np, "asarray", unused)
-    monkeypatch.setattr(np, "from_dlpack", unused)
+def test_buffers_kerova_arrays_and_array_likes_without_numpy_keep_their_roads(monkeypatch):
+    for name in ("asarray", "from_dlpack"):
+        monkeypatch.setattr(np, name, failing(AssertionError, "an initializer with a buffer went through NumPy"))
     assert repr(kerova.double(GRID)) == "kerova.double([[0.0,1.0,2.0],[3.0,4.0,5.0]])"
     # A kerova array is read element by element, converted (the buffer road would refuse 'd' for 'f').
     assert repr(kerova.single(kerova.double([[0.5, 2]]))) == "kerova.single([[0.5,2.0]])"
+    monkeypatch.setitem(sys.modules, "numpy", None)  # without NumPy array-likes are read as before
+    assert repr(kerova.double(NoNumbers([[1.0], [2.0]]))) == "kerova.double([[1.0],[2.0]])"
+    raises(lambda: kerova.double(ByArray(None)), TypeError, "type does not match.")
 
 
-class Forwarding(list):
-    def __getattr__(self, name):  # answers every attribute, __array__ included, from the instance
-        return lambda *args, **kwargs: np.zeros(1)
+# answers every attribute, __array__ included, from the instance
+Forwarding = type("Forwarding", (list,), {"__getattr__": lambda self, name: lambda *args, **kwargs: np.zeros(1)})
 
 
 @pytest.mark.parametrize("cls", [Forwarding, type("Own", (list,), {}),
@@ -113,12 +98,6 @@ def test_only_a_type_that_defines_the_methods_is_read_by_its_data(cls):
     initializer = cls([[1.0, 2.0]])
     initializer.__array__ = lambda *args, **kwargs: np.zeros(1)  # an instance attribute does not count
     assert repr(kerova.double(initializer)) == "kerova.double([[1.0,2.0]])"
-
-
-def test_without_numpy_array_likes_are_read_as_before(monkeypatch):
-    monkeypatch.setitem(sys.modules, "numpy", None)  # NumPy made unimportable
-    assert repr(kerova.double(NoNumbers([[1.0], [2.0]]))) == "kerova.double([[1.0],[2.0]])"
-    raises(lambda: kerova.double(ByArray(None)), TypeError, "type does not match.")
 
 
 def test_pandas_and_xarray_objects_come_in_as_their_values():

@@ -73,7 +73,7 @@ def test_reshape_during_a_walk_is_refused_or_waits(reshaping_collector, action, 
 
 
 STRESS = """
-import gc, pickle, random, sys, threading, kerova
+import contextlib, gc, pickle, random, sys, threading, kerova
 sys.setswitchinterval(1e-6)
 arrays = [kerova.double(vector=range(24), size=(2, 3, 4)), kerova.int16(size=(4, 6), is_complex=True)]
 shapes = [(2, 3, 4), (4, 6), (6, 4), (24, 1, 1), (3, 8)]
@@ -83,10 +83,8 @@ class Cycle:  # cyclic garbage whose __del__ reshapes when the collector finds i
     def __init__(self):
         self.me = self
     def __del__(self):
-        try:
+        with contextlib.suppress(RuntimeError):
             random.choice(arrays).reshape(*random.choice(shapes))
-        except RuntimeError:
-            pass
 
 def work(seed):
     rng = random.Random(seed)
@@ -105,10 +103,8 @@ def work(seed):
             seen.add(type(error).__name__)
 
 threads = [threading.Thread(target=work, args=(k,)) for k in range(4)]
-for t in threads:
-    t.start()
-for t in threads:
-    t.join()
+[t.start() for t in threads]
+[t.join() for t in threads]
 gc.collect()
 print("done", sorted(seen))
 """

@@ -35,16 +35,13 @@ def refused(action, error):
 def mixed_operations():
     """One round of operations on fresh arrays, each entry counting as one operation."""
     capi, provider = Capi(), Provider()
-    rows = [[1.0, 2.0, 3.0], [4.0, 5.0, 6.0]]
+    rows, one = [[1.0, 2.0, 3.0], [4.0, 5.0, 6.0]], np.float64(2.0).tobytes()
     source = np.array([[1 + 2j, 3]], dtype=np.complex128)
-    one = np.float64(2.0).tobytes()
     a = b = c = None
 
     def start():
         nonlocal a, b, c
-        a = kerova.double(rows)
-        b = kerova.int16([[1, 2], [3, 4]], is_complex=True)
-        c = kerova.logical(size=(2, 3))
+        a, b, c = kerova.double(rows), kerova.int16([[1, 2], [3, 4]], is_complex=True), kerova.logical(size=(2, 3))
 
     return [  # 37 operations
         start, lambda: kerova.uint8(b"\x01\x02\x03\x04"), lambda: kerova.int8(vector=[1, 2, 3, 4], size=(2, 2)),

@@ -1,7 +1,6 @@
-// Library calls made by the handles, iterators and buffers, counted by a provider in
-// front of ours that hides the layout operation and the complex iterator pointer; and
-// the release gate, which names the release that brought an operation the library
-// can't answer.
+// Library calls made by the handles, iterators and buffers, counted by a provider in front of ours that hides the
+// layout operation and the complex iterator pointer; and the release gate, which names the release that brought an
+// operation the library can't answer.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -47,20 +46,17 @@ TEST(CountedIterator, LibraryIteratorEndsBeforeFirstUseAndCopiesCostNothing) {
     EXPECT_EQ(*assigned, 2.0);
     EXPECT_EQ(counters().calls[fn::iterator_destroy], destroys + 1);
     EXPECT_EQ(counters().calls[fn::iterator_clone], 0);
-}
-
-TEST(CountedIterator, ComplexFallbackDropsTheReferenceFirst) {
+    // The complex fallback drops the reference first.
     using Complex = std::complex<double>;
-    ArrayFactory factory;
-    const TypedArray<Complex> array = factory.createArrayFromBuffer<Complex>({1, 3}, iotaBuffer<Complex>(factory, 3));
+    const TypedArray<Complex> numbers = factory.createArrayFromBuffer<Complex>({1, 3}, iotaBuffer<Complex>(factory, 3));
     counters().destroyed.clear();
-    const auto it = array.cbegin();
+    const auto first = numbers.cbegin();
     EXPECT_EQ(counters().destroyed, (std::vector<std::string>{"reference", "iterator"}));
-    EXPECT_EQ(it + 3, array.cend());
-    EXPECT_EQ(*(it + 2), Complex(2, 0));
+    EXPECT_EQ(first + 3, numbers.cend());
+    EXPECT_EQ(*(first + 2), Complex(2, 0));
 }
 
-TEST(CountedBuffer, RowMajorWithoutTheLayoutOperationIsRefusedAndFreed) {
+TEST(CountedBuffer, OnlyBlocksWithAnOrderAreGatheredAndRowMajorNeedsTheLayoutOperation) {
     ArrayFactory factory;
     buffer_ptr_t<double> buffer = iotaBuffer<double>(factory, 6);
     const int frees = counters().bufferFrees;
@@ -72,6 +68,18 @@ TEST(CountedBuffer, RowMajorWithoutTheLayoutOperationIsRefusedAndFreed) {
     EXPECT_EQ(counters().lookups[fn::array_factory_create_array_from_buffer], lookups);
     // The refusal doesn't spoil later column-major requests.
     EXPECT_EQ(factory.createArrayFromBuffer<double>({1, 2}, iotaBuffer<double>(factory, 2)).numberOfElements(), 2u);
+    // A gathered block is freed at once, an adopted one lives in the array.
+    struct Case { std::vector<size_t> dims; bool isColumnMajor; int newBuffers; };
+    for (const Case& c : {Case{{1, 1}, false, 0}, Case{{0, 0}, false, 0}, Case{{2, 3}, true, 0},
+                          Case{{2, 3}, false, 1}}) {
+        const size_t count = c.dims[0] * c.dims[1];
+        buffer_ptr_t<int16_t> block = iotaBuffer<int16_t>(factory, count);
+        const int buffers = counters().calls[fn::array_factory_create_buffer], freed = counters().bufferFrees;
+        const auto array = makeArrayFromRawBlock<int16_t>(std::move(block), c.isColumnMajor, factory, c.dims, count);
+        EXPECT_EQ(counters().calls[fn::array_factory_create_buffer] - buffers, c.newBuffers);
+        EXPECT_EQ(counters().bufferFrees - freed, c.newBuffers);
+        EXPECT_EQ(array.numberOfElements(), count);
+    }
 }
 
 TEST(CountedLifetime, ArraysAndBlocksEndOnceWhoeverEndsThem) {
@@ -94,23 +102,6 @@ TEST(CountedLifetime, ArraysAndBlocksEndOnceWhoeverEndsThem) {
     EXPECT_EQ(counters().calls[fn::array_destroy], destroys + 1);
     EXPECT_EQ(counters().bufferFrees, frees + 1);
     EXPECT_EQ(dims, (std::vector<size_t>{2, 2}));  // a copy, not the library's own
-}
-
-// A gathered block is freed at once, an adopted one lives in the array.
-TEST(CountedBuffer, OnlyBlocksWithAnOrderAreGathered) {
-    struct Case { std::vector<size_t> dims; bool isColumnMajor; int newBuffers; };
-    for (const Case& c : {Case{{1, 1}, false, 0}, Case{{0, 0}, false, 0}, Case{{2, 3}, true, 0},
-                          Case{{2, 3}, false, 1}}) {
-        ArrayFactory factory;
-        const size_t count = c.dims[0] * c.dims[1];
-        buffer_ptr_t<int16_t> block = iotaBuffer<int16_t>(factory, count);
-        const int buffers = counters().calls[fn::array_factory_create_buffer];
-        const int frees = counters().bufferFrees;
-        const auto array = makeArrayFromRawBlock<int16_t>(std::move(block), c.isColumnMajor, factory, c.dims, count);
-        EXPECT_EQ(counters().calls[fn::array_factory_create_buffer] - buffers, c.newBuffers);
-        EXPECT_EQ(counters().bufferFrees - frees, c.newBuffers);
-        EXPECT_EQ(array.numberOfElements(), count);
-    }
 }
 
 // The steps of reshape() on the store's array: the handle moved into a typed one, its
@@ -137,9 +128,8 @@ TEST(CountedReshape, AUniqueArrayGivesUpItsBlockWithoutACopy) {
     }
 }
 
-// Both sides of every threshold. The counting provider answers none of these numbers:
-// it hides 110.
-TEST(ReleaseGate, NamesTheReleaseOfTheNumber) {
+// Both sides of every threshold. The counting provider answers none of these numbers: it hides 110.
+TEST(ReleaseGate, NamesTheReleaseOfTheNumberAndAFailedWrapperLooksUpAgain) {
     const std::pair<int, std::string> cases[] = {
         {0, "TIER_A"},   {108, "TIER_A"}, {109, "TIER_B"}, {110, "TIER_C"},  {117, "TIER_C"}, {118, "TIER_D"},
         {122, "TIER_D"}, {123, "TIER_E"}, {127, "TIER_E"}, {128, "FUTURE"}, {1000, "FUTURE"},
@@ -148,16 +138,12 @@ TEST(ReleaseGate, NamesTheReleaseOfTheNumber) {
         const int n = number;
         EXPECT_EQ(refusal([n] { resolve_function<void (*)()>(n); }), "This feature requires " + release) << n;
     }
-}
-
-TEST(ReleaseGate, AFailedWrapperLooksUpAgainOnItsNextPass) {
+    // A failed wrapper looks up again on its next pass.
     ArrayFactory factory;
     const Array array = factory.createArray<double>({2, 3});
     const int before = counters().lookups[fn::array_get_dimensions];
     counting::hide(fn::array_get_dimensions);
-    for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_EQ(refusal([&] { array.dimensions(); }), "This feature requires TIER_A");
-    }
+    for (int pass : {0, 1}) EXPECT_EQ(refusal([&] { array.dimensions(); }), "This feature requires TIER_A") << pass;
     counting::reveal(fn::array_get_dimensions);
     EXPECT_EQ(array.dimensions(), (std::vector<size_t>{2, 3}));
     array.dimensions();

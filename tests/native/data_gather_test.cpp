@@ -1,5 +1,4 @@
-// The gather of row-major blocks into column-major order, against the offset list
-// that defines the order.
+// The gather of row-major blocks into column-major order, against the offset list that defines the order.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -52,9 +51,8 @@ TEST_P(Gather, MatchesTheOffsetList) {
     }
 }
 
-// Every element size; dimensions of 1, none and one dimension; shapes whose tiles are
-// cut short at the edges, with the inner loop along either side; and planes of 4x4
-// blocks with rows and columns left over, one plane or many.
+// Every element size; dimensions of 1, none and one dimension; shapes whose tiles are cut short at the edges, with the
+// inner loop along either side; and planes of 4x4 blocks with rows and columns left over, one plane or many.
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Gather,
     testing::Values(GatherCase{{2, 3}, 8}, GatherCase{{5}, 8}, GatherCase{{2, 3, 4}, 4}, GatherCase{{3, 1}, 2},
@@ -67,7 +65,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Processors with 32-byte vectors take their own road for 8-byte elements; the 16-byte
 // road and the tiled walk must agree with it.
-TEST(GatherRoads, AgreeOnEveryShape) {
+TEST(GatherRoads, AgreeOnEveryShapeWithTheFirstIndexFastest) {
     for (const std::vector<size_t>& dims : {std::vector<size_t>{37, 6, 45}, {1000, 1001}, {4, 4}, {5, 2, 9}}) {
         const gather::Layout layout(dims);
         std::vector<uint64_t> source(layout.total);
@@ -79,9 +77,7 @@ TEST(GatherRoads, AgreeOnEveryShape) {
         EXPECT_EQ(planes, tiles);
         EXPECT_EQ(chosen, tiles);
     }
-}
-
-TEST(GatherExamples, FirstIndexVariesFastestAndTheCountMustMatch) {
+    // The first index varies fastest, and the count must match.
     EXPECT_EQ(referenceOffsets({2, 3}), (std::vector<size_t>{0, 3, 1, 4, 2, 5}));
     ArrayFactory factory;
     const double block[6] = {};

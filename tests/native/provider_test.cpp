@@ -1,7 +1,6 @@
-// libKerovaDataArray, exercised only through its exported get_function_ptr. Shapes,
-// contents, sharing, scalars and the row-major gather of every kind are checked
-// through the data layer (data_*_test.cpp); these are what that layer can't see:
-// refusals and their codes, which block ends where, part addresses, ended iterators.
+// libKerovaDataArray, exercised only through its exported get_function_ptr. Shapes, contents, sharing, scalars and the
+// row-major gather of every kind are checked through the data layer (data_*_test.cpp); these are what that layer can't
+// see: refusals and their codes, which block ends where, part addresses, ended iterators.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -152,29 +151,9 @@ TEST_F(Provider, RefusalsReportTheirCodes) {
     EXPECT_EQ(*reinterpret_cast<std::complex<double>*>(beginOf(complex.get())), std::complex<double>());
 }
 
-// Blocks of no elements, new or taken out of an array, are real blocks all the same.
-TEST_F(Provider, BlocksWithoutElementsAreRealBlocks) {
-    for (int type : {kLogical, kInt32, kComplexDouble}) {
-        void* data = nullptr;
-        buffer_deleter_t deleter = nullptr;
-        ASSERT_EQ(OP(array_factory_create_buffer)(factory, &data, &deleter, type, 0), 0);
-        EXPECT_NE(data, nullptr);
-        deleter(data);
-        for (bool unique : {true, false}) {
-            for (ArrayImpl* raw : {newArray(type, {0, 3}).release(), OP(array_create_empty)()}) {
-                ArrayPtr array(raw);
-                data = nullptr;
-                ASSERT_EQ(OP(array_release_buffer)(array.get(), unique, &data, &deleter), 0);
-                EXPECT_NE(data, nullptr);
-                deleter(data);
-            }
-        }
-    }
-}
-
 // Adopted without a copy; taken out as the block itself only through the only handle,
 // as a copy otherwise; a row-major block is gathered into a new one. Every block ends
-// exactly once.
+// exactly once. Blocks of no elements, new or taken out of an array, are real blocks all the same.
 TEST_F(Provider, EveryBlockEndsOnce) {
     const int32_t values[] = {1, 2, 3, 4, 5, 6};
     for (int layout : {0, 1}) {
@@ -194,6 +173,23 @@ TEST_F(Provider, EveryBlockEndsOnce) {
             EXPECT_EQ(g_freed, 1) << "layout " << layout << ", unique " << unique;
         }
     }
+
+    for (int type : {kLogical, kInt32, kComplexDouble}) {
+        void* data = nullptr;
+        buffer_deleter_t deleter = nullptr;
+        ASSERT_EQ(OP(array_factory_create_buffer)(factory, &data, &deleter, type, 0), 0);
+        EXPECT_NE(data, nullptr);
+        deleter(data);
+        for (bool unique : {true, false}) {
+            for (ArrayImpl* raw : {newArray(type, {0, 3}).release(), OP(array_create_empty)()}) {
+                ArrayPtr array(raw);
+                data = nullptr;
+                ASSERT_EQ(OP(array_release_buffer)(array.get(), unique, &data, &deleter), 0);
+                EXPECT_NE(data, nullptr);
+                deleter(data);
+            }
+        }
+    }
 }
 
 // The real part of a complex element lies at its address, the imaginary one a part further.
@@ -210,7 +206,7 @@ TEST_F(Provider, ComplexPartsLieOnePartApart) {
 }
 
 // Ended iterators are handed out again: a new one carries nothing of the one before,
-// and several can be alive at once.
+// several can be alive at once, and those of several threads stay apart.
 TEST_F(Provider, IteratorsMadeAfterOthersEndedHaveTheirOwnPosition) {
     ArrayPtr complexArray = newArray(kComplexDouble, {1, 2}), real = newArray(kDouble, {1, 3});
     // After an end iterator, a begin iterator of another array: its reference is not
@@ -233,17 +229,15 @@ TEST_F(Provider, IteratorsMadeAfterOthersEndedHaveTheirOwnPosition) {
     EXPECT_EQ(pointerOf(end), begin + 3 * sizeof(double));
     EXPECT_EQ(pointerOf(iterator), begin);
     EXPECT_EQ(beginOf(real.get()), begin);
-}
 
-TEST_F(Provider, IteratorsOnSeveralThreadsStayApart) {
     ArrayPtr arrays[] = {newArray(kDouble, {1, 2}), newArray(kDouble, {1, 3})};
     int wrong[] = {0, 0};
     auto walk = [&](int k) {
-        const std::byte* begin = beginOf(arrays[k].get());
+        const std::byte* first = beginOf(arrays[k].get());
         for (int n = 0; n < 20000; ++n) {
-            IteratorImpl* iterator = OP(array_begin_v2)(arrays[k].get(), false);
-            IteratorImpl* copy = OP(iterator_clone)(iterator);
-            wrong[k] += (pointerOf(iterator) != begin) + (pointerOf(copy) != begin);
+            IteratorImpl* walker = OP(array_begin_v2)(arrays[k].get(), false);
+            IteratorImpl* twin = OP(iterator_clone)(walker);
+            wrong[k] += (pointerOf(walker) != first) + (pointerOf(twin) != first);
         }
     };
     std::thread one(walk, 0), two(walk, 1);

@@ -28,8 +28,7 @@ class Py_buffer(ctypes.Structure):
 _api = ctypes.pythonapi
 _api.PyObject_GetBuffer.argtypes = [ctypes.py_object, POINTER(Py_buffer), c_int]
 _api.PyBuffer_Release.argtypes = [POINTER(Py_buffer)]
-_api.PyCapsule_GetPointer.argtypes = [ctypes.py_object, c_char_p]
-_api.PyCapsule_GetPointer.restype = c_void_p
+_api.PyCapsule_GetPointer.argtypes, _api.PyCapsule_GetPointer.restype = [ctypes.py_object, c_char_p], c_void_p
 _api.Py_DecRef.argtypes = [c_void_p]
 
 
@@ -59,11 +58,9 @@ class Capi:
     def __init__(self):
         table = (c_void_p * 5).from_address(_api.PyCapsule_GetPointer(kv._capi, CAPSULE_NAME))
         entry = lambda index, *types: ctypes.PYFUNCTYPE(*types)(table[index])  # noqa: E731
-        self.wrap_address = entry(0, c_void_p, c_void_p)
-        self._unwrap = entry(1, c_void_p, c_void_p)
+        self.wrap_address, self._unwrap = entry(0, c_void_p, c_void_p), entry(1, c_void_p, c_void_p)
         self._from_buffer = entry(2, c_void_p, c_void_p, POINTER(c_int32))
-        self.destroy_address = entry(3, None, c_void_p)
-        self._check = entry(4, c_bool, c_void_p)
+        self.destroy_address, self._check = entry(3, None, c_void_p), entry(4, c_bool, c_void_p)
 
     def wrap(self, impl):
         return _take(self.wrap_address(impl))
@@ -87,8 +84,7 @@ class Provider:
         # deleter was called with, in order: each must come back exactly once.
         self.lent, self.released = {}, []
         self._deleter = ctypes.CFUNCTYPE(None, c_void_p)(self._release_block)
-        path = glob.glob(os.path.join(os.path.dirname(kv.__file__), "libKerovaDataArray.so*"))[0]
-        self.lib = ctypes.CDLL(path)
+        self.lib = ctypes.CDLL(glob.glob(os.path.join(os.path.dirname(kv.__file__), "libKerovaDataArray.so*"))[0])
         self.lib.get_function_ptr.restype = c_void_p
         op = lambda number, *types: ctypes.CFUNCTYPE(*types)(self.lib.get_function_ptr(number))  # noqa: E731
         self._create_buffer = op(13, c_int, c_void_p, POINTER(c_void_p), POINTER(c_void_p), c_int, c_size_t)

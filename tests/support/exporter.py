@@ -7,8 +7,7 @@ from ctypes import POINTER, c_char_p, c_int, c_ssize_t, c_uint, c_void_p
 
 from support.consumer import Py_buffer
 
-Py_bf_getbuffer = 1
-Py_TPFLAGS_BASETYPE = 1 << 10
+Py_bf_getbuffer, Py_TPFLAGS_BASETYPE = 1, 1 << 10
 
 
 class _Slot(ctypes.Structure):
@@ -54,12 +53,7 @@ class Exporter(_Base):
         block = ctypes.create_string_buffer(self.data, max(len(self.data), 1))
         shape = None if self.shape is None else (c_ssize_t * len(self.shape))(*self.shape)
         strides = None if self.strides is None else (c_ssize_t * len(self.strides))(*self.strides)
-        view.buf = ctypes.addressof(block)
-        view.len = len(self.data) if self.length is None else self.length
-        view.itemsize, view.readonly, view.ndim = self.itemsize, 1, self.ndim
-        view.format = self.format
-        view.shape = shape
-        view.strides = strides
-        view.suboffsets = None
-        view.internal = None
+        view.buf, view.len = ctypes.addressof(block), len(self.data) if self.length is None else self.length
+        view.itemsize, view.readonly, view.ndim, view.format = self.itemsize, 1, self.ndim, self.format
+        view.shape, view.strides, view.suboffsets, view.internal = shape, strides, None, None
         return block, shape, strides

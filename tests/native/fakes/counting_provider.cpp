@@ -60,8 +60,7 @@ IteratorImpl* cloneIterator(IteratorImpl* iterator) {
     return real<fn::iterator_clone>()(iterator);
 }
 
-// The two operations that copy an array's elements: on a shared handle, or (unshare) to
-// make a handle its writer's own.
+// The two operations that copy an array's elements: on a shared handle, or (unshare) to make a handle its writer's own.
 int releaseBuffer(ArrayImpl* array, bool unique, void** data, buffer_deleter_t* deleter) {
     ++counters().calls[fn::array_release_buffer];
     counters().copiedReleases += unique ? 0 : 1;
@@ -87,26 +86,17 @@ void reveal(int number) { hidden().erase(number); }
 
 extern "C" void* get_function_ptr(int functionNumber) {
     using namespace counting;
+    static const std::unordered_map<int, void*> counted = {
+        {fn::array_factory_create_buffer, reinterpret_cast<void*>(&createBuffer)},
+        {fn::array_destroy, reinterpret_cast<void*>(&countedDestroy<fn::array_destroy, ArrayImpl>)},
+        {fn::iterator_destroy, reinterpret_cast<void*>(&countedDestroy<fn::iterator_destroy, IteratorImpl>)},
+        {fn::reference_destroy, reinterpret_cast<void*>(&countedDestroy<fn::reference_destroy, ReferenceImpl>)},
+        {fn::iterator_clone, reinterpret_cast<void*>(&cloneIterator)},
+        {fn::array_release_buffer, reinterpret_cast<void*>(&releaseBuffer)},
+        {fn::array_unshare, reinterpret_cast<void*>(&unshareArray)},
+    };
     ++counters().lookups[functionNumber];
-    if (hidden().count(functionNumber) != 0) {
-        return nullptr;
-    }
-    switch (functionNumber) {
-        case fn::array_factory_create_buffer:
-            return reinterpret_cast<void*>(&createBuffer);
-        case fn::array_destroy:
-            return reinterpret_cast<void*>(&countedDestroy<fn::array_destroy, ArrayImpl>);
-        case fn::iterator_destroy:
-            return reinterpret_cast<void*>(&countedDestroy<fn::iterator_destroy, IteratorImpl>);
-        case fn::reference_destroy:
-            return reinterpret_cast<void*>(&countedDestroy<fn::reference_destroy, ReferenceImpl>);
-        case fn::iterator_clone:
-            return reinterpret_cast<void*>(&cloneIterator);
-        case fn::array_release_buffer:
-            return reinterpret_cast<void*>(&releaseBuffer);
-        case fn::array_unshare:
-            return reinterpret_cast<void*>(&unshareArray);
-        default:
-            return kerova_provider_lookup(functionNumber);
-    }
+    if (hidden().count(functionNumber) != 0) return nullptr;
+    const auto found = counted.find(functionNumber);
+    return found != counted.end() ? found->second : kerova_provider_lookup(functionNumber);
 }
