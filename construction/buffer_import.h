@@ -24,7 +24,7 @@ enum class Order { COLUMN_MAJOR, ROW_MAJOR };
 // True when `strides` are those of a contiguous block of `shape` in `order`, for elements
 // of `elementSize` bytes, ignoring the dimensions of length 1. The caller has checked that
 // the lengths multiply to the element count, so no partial product overflows.
-inline bool stridesFollow(const Py_ssize_t* strides, const std::vector<uint64_t>& shape, uint64_t elementSize,
+inline bool stridesFollow(const Py_ssize_t* strides, const Dims& shape, uint64_t elementSize,
                           Order order) {
     const size_t n = shape.size();
     uint64_t span = elementSize;
@@ -112,7 +112,7 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
                           std::any_of(view.shape, view.shape + view.ndim, [](Py_ssize_t d) { return d < 0; }))) {
         return raise("input buffer has an invalid shape.");
     }
-    std::vector<uint64_t> shape;
+    Dims shape;
     if (view.ndim == 0) {
         shape.push_back(1);
     } else if (view.ndim == 1) {

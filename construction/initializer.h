@@ -19,6 +19,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -26,11 +27,15 @@
 
 #include "construction/constructor_arguments.h"
 #include "construction/scalar_conversion.h"
+#include "core/dimension_list.h"
 #include "core/factory.h"
 #include "data_array/data_array.h"
 #include "kinds/element_kinds.h"
 
 namespace kerova {
+
+// A shape as the builder finds or is given it.
+using Dims = DimVector<uint64_t>;
 
 // checkChildren's answer about the direct items of a sequence.
 struct ChildCheck {
@@ -72,11 +77,11 @@ public:
     bool reserveElements(uint64_t count);
     // Product of m_size, or of m_dims when m_size is empty; cached once positive.
     uint64_t numElements();
-    static std::string dimsToString(const std::vector<uint64_t>& dims);
+    static std::string dimsToString(const Dims& dims);
 
     // What the scan left, for assignment and materialisation.
-    const std::vector<uint64_t>& dims() const noexcept { return m_dims; }
-    const std::vector<uint64_t>& sizeDims() const noexcept { return m_size; }
+    const Dims& dims() const noexcept { return m_dims; }
+    const Dims& sizeDims() const noexcept { return m_size; }
     size_t elementCount() const noexcept { return m_fromBuffer ? m_importedCount : m_elements.size(); }
     T elementAt(size_t index) const { return m_elements[index]; }
     bool isColumnMajor() const noexcept { return m_isColumnMajor; }
@@ -84,9 +89,10 @@ public:
     // two or more; MemoryError when the block can't be had.
     Block outputBufferFromElements();
     // The dimensions of the array to build: those of `size` if given, the found ones otherwise.
-    std::vector<size_t> arrayDims() const {
-        const std::vector<uint64_t>& dims = m_size.empty() ? m_dims : m_size;
-        return std::vector<size_t>(dims.begin(), dims.end());
+    std::span<const size_t> arrayDims() const {
+        static_assert(std::is_same_v<Dims::value_type, size_t>, "a shape is read as the library's dimensions");
+        const Dims& dims = m_size.empty() ? m_dims : m_size;
+        return {dims.data(), dims.size()};
     }
 
 private:
@@ -107,8 +113,8 @@ private:
     bool raiseSizeMismatch(PyObject* exceptionType) const;
     static void raiseNoMemory(const std::string& count);
 
-    std::vector<uint64_t> m_size;
-    std::vector<uint64_t> m_dims;
+    Dims m_size;
+    Dims m_dims;
     data::ArrayFactory& m_factory = sharedFactory();
     uint64_t m_numElements = 0;
     bool m_isVector = false;
@@ -119,7 +125,7 @@ private:
     std::vector<T> m_elements;  // for bool the packed bit vector
     uint64_t m_depth = 0;
     uint64_t m_leafDepth = 0;
-    std::vector<uint64_t> m_lengths;
+    Dims m_lengths;
     // The buffer road imports straight into the output block, in column-major order.
     bool m_fromBuffer = false;
     data::buffer_ptr_t<T> m_imported{nullptr, nullptr};
@@ -134,7 +140,7 @@ data::buffer_ptr_t<T> noBuffer() noexcept {
 
 // Product of dimensions; it saturates instead of wrapping, so that an impossible
 // shape stays impossible.
-inline uint64_t productOfDims(const std::vector<uint64_t>& dims) noexcept {
+inline uint64_t productOfDims(const Dims& dims) noexcept {
     uint64_t product = 1;
     bool saturated = false;
     for (uint64_t d : dims) {
@@ -169,6 +175,8 @@ typename MDAInitializer<T>::Block MDAInitializer<T>::fromArguments(const Constru
     if (hasSize) {
         if (!parseSize(arguments.size)) return std::nullopt;
         if (!hasVector && !hasInitializer) return zeroFilledForSize();
+        // An impossible size is refused here, before any element is read.
+        if (!reserveElements(numElements())) return std::nullopt;
     }
     if (!hasVector) {
         Block buffer = fromInitializer(arguments.initializer);
@@ -181,7 +189,7 @@ typename MDAInitializer<T>::Block MDAInitializer<T>::fromArguments(const Constru
 
 template <typename T>
 void MDAInitializer<T>::setDefaultShape() {
-    static const std::vector<uint64_t> defaultDims{0, 0};
+    static const Dims defaultDims{0, 0};
     m_size = defaultDims;
 }
 
@@ -277,7 +285,7 @@ uint64_t MDAInitializer<T>::numElements() {
 }
 
 template <typename T>
-std::string MDAInitializer<T>::dimsToString(const std::vector<uint64_t>& dims) {
+std::string MDAInitializer<T>::dimsToString(const Dims& dims) {
     std::ostringstream text;
     for (size_t k = 0; k < dims.size(); ++k) text << (k == 0 ? "" : ", ") << dims[k];
     return text.str();

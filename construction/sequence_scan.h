@@ -237,7 +237,7 @@ bool MDAInitializer<T>::finishShape() {
         return true;
     }
     const uint64_t n = m_dims[0];
-    m_dims = n > 0 ? std::vector<uint64_t>{1, n} : std::vector<uint64_t>{0, 0};
+    m_dims = n > 0 ? Dims{1, n} : Dims{0, 0};
     return true;
 }
 
@@ -246,8 +246,8 @@ bool MDAInitializer<T>::finishShape() {
 // nested one is never reshaped.
 template <typename T>
 bool MDAInitializer<T>::checkSizeAgainstDims() {
-    const std::vector<uint64_t>& S = m_size;
-    const std::vector<uint64_t>& D = m_dims;
+    const Dims& S = m_size;
+    const Dims& D = m_dims;
     if (S.empty() || S == D) return true;
     const uint64_t pS = productOfDims(S);
     const uint64_t pD = productOfDims(D);

@@ -45,14 +45,11 @@ bool MDAInitializer<T>::parseSize(PyObject* value) {
                             "size cannot contain negative dimensions. Use nonnegative integers for dimensions.");
             return false;
     }
-    std::vector<uint64_t> dims(list.dims.begin(), list.dims.end());
-
+    m_size.assign(list.dims.begin(), list.dims.end());
     // One dimension n is the row (1, n); trailing ones go while more than two remain.
-    if (dims.size() == 1) dims.insert(dims.begin(), 1);
-    dropTrailingOnes(dims);
-    m_size = std::move(dims);
-    // An impossible size is refused here, before any element is read.
-    return reserveElements(productOfDims(m_size));
+    if (m_size.size() == 1) m_size.insert(m_size.begin(), 1);
+    dropTrailingOnes(m_size);
+    return true;
 }
 
 template <typename T>

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 #include <exception>
-#include <vector>
+#include <boost/container/small_vector.hpp>
 
 #include "core/py_ref.h"
 
@@ -23,8 +23,13 @@ enum class DimensionFault {
     NEGATIVE,     // also an int too large for a signed word, which reads as -1
 };
 
+// Dimensions, inline up to four, so that reading the shape of an everyday array
+// allocates nothing.
+template <typename D>
+using DimVector = boost::container::small_vector<D, 4>;
+
 struct DimensionList {
-    std::vector<int64_t> dims;
+    DimVector<int64_t> dims;
     DimensionFault fault = DimensionFault::NONE;
     Py_ssize_t length = 0;  // the sequence's length, -1 if it has none
     Py_ssize_t item = 0;
@@ -59,8 +64,8 @@ inline DimensionList readDimensionList(PyObject* value, Py_ssize_t minLength) {
 }
 
 // Trailing dimensions of length 1 go while more than two remain.
-template <typename D>
-void dropTrailingOnes(std::vector<D>& dims) {
+template <typename Dims>
+void dropTrailingOnes(Dims& dims) {
     while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
 }
 

@@ -61,7 +61,7 @@ std::vector<int64_t> parseReshapeDimensions(PyObject* value) {
     switch (list.fault) {
         case DimensionFault::NONE:
             dropTrailingOnes(list.dims);
-            return std::move(list.dims);
+            return {list.dims.begin(), list.dims.end()};
         case DimensionFault::NO_MEMORY:
             return {};
         case DimensionFault::ITEM_UNREAD: {

@@ -11,12 +11,15 @@
 
 namespace kerova {
 
-MirrorBlock::MirrorBlock(size_t sizeInBytes)
-    : m_data(static_cast<char*>(data::blocks::allocate(sizeInBytes ? sizeInBytes : 1, false))), m_size(sizeInBytes) {
+MirrorBlock::MirrorBlock(size_t sizeInBytes) : m_data(m_inline), m_size(sizeInBytes) {
+    if (sizeInBytes <= kInlineBytes) return;
+    m_data = static_cast<char*>(data::blocks::allocate(sizeInBytes, false));
     if (!m_data) throw std::bad_alloc();
 }
 
-MirrorBlock::~MirrorBlock() { data::blocks::release(m_data); }
+MirrorBlock::~MirrorBlock() {
+    if (m_data != m_inline) data::blocks::release(m_data);
+}
 
 MDArrayWrapper::MDArrayWrapper(data::Array&& array, bool columnMajor)
     : m_array(std::move(array)), m_order(columnMajor ? 'F' : 'C') {
@@ -25,7 +28,7 @@ MDArrayWrapper::MDArrayWrapper(data::Array&& array, bool columnMajor)
 
 void MDArrayWrapper::bindToArray() {
     m_storageHint = nullptr;
-    const std::vector<size_t> dims = m_array.dimensions();
+    const std::span<const size_t> dims = m_array.dimensionView();
     m_nDim = static_cast<int32_t>(dims.size());
     m_shape.assign(dims.begin(), dims.end());
     m_elemSizeInBytes = apply_numeric_visitor(m_array, [](const auto& typed) {

@@ -5,6 +5,7 @@
 
 #include <Python.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -32,8 +33,12 @@ public:
     size_t size() const noexcept { return m_size; }
 
 private:
+    // Blocks this small live inside the object, which comes with its counter in one
+    // allocation: a small array's mirror then costs no allocation of its own.
+    static constexpr size_t kInlineBytes = 128;
     char* m_data;
     size_t m_size;
+    alignas(std::max_align_t) char m_inline[kInlineBytes];
 };
 
 // The library array, its geometry and its element facts are read-only outside the store,

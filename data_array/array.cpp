@@ -12,7 +12,7 @@ Array::~Array() = default;
 
 Array Array::adopt(ArrayImpl* impl) { return Array(impl); }
 
-std::vector<size_t> Array::dimensions() const {
+std::span<const size_t> Array::dimensionView() const {
     static const auto getDimensions = resolve_operation<fn::array_get_dimensions>();
     size_t count = 0;
     const size_t* dims = nullptr;
@@ -20,7 +20,12 @@ std::vector<size_t> Array::dimensions() const {
     if (dims == nullptr) {
         return {};
     }
-    return std::vector<size_t>(dims, dims + count);
+    return {dims, count};
+}
+
+std::vector<size_t> Array::dimensions() const {
+    const std::span<const size_t> dims = dimensionView();
+    return std::vector<size_t>(dims.begin(), dims.end());
 }
 
 size_t Array::numberOfElements() const {

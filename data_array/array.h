@@ -4,6 +4,8 @@
 #include <complex>
 #include <cstddef>
 #include <memory>
+#include <initializer_list>
+#include <span>
 #include <vector>
 
 #include "data_array/buffer.h"
@@ -18,6 +20,14 @@ namespace kerova::data {
 template <typename T>
 class TypedArray;
 
+// Dimensions read where they stand: a vector, a span, or a braced list that lives
+// until the end of the call.
+struct DimensionSpan : std::span<const size_t> {
+    using std::span<const size_t>::span;
+    DimensionSpan(std::span<const size_t> dims) noexcept : std::span<const size_t>(dims) {}
+    DimensionSpan(std::initializer_list<size_t> dims) noexcept : std::span<const size_t>(dims.begin(), dims.size()) {}
+};
+
 // A counted handle on one library array. Copies share the array; writers make it
 // their own through the unshare step of TypedArray.
 class Array {
@@ -31,6 +41,9 @@ public:
     virtual ~Array();
 
     std::vector<size_t> dimensions() const;
+    // The library's own list of dimensions, valid until the array changes: reading the
+    // shape through it copies nothing.
+    std::span<const size_t> dimensionView() const;
     size_t numberOfElements() const;
     ArrayType type() const;
 
@@ -83,7 +96,7 @@ public:
     // Adopts `buffer` as the storage of a new array, without copying. The buffer is
     // spent whatever the outcome.
     template <typename T>
-    TypedArray<T> createArrayFromBuffer(std::vector<size_t> dims, buffer_ptr_t<T> buffer,
+    TypedArray<T> createArrayFromBuffer(DimensionSpan dims, buffer_ptr_t<T> buffer,
                                         MemoryLayout layout = MemoryLayout::COLUMN_MAJOR);
 
     ArrayFactoryImpl* impl() const { return pImpl.get(); }

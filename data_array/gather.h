@@ -18,10 +18,17 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <span>
 #include <type_traits>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 namespace kerova::data::gather {
+
+// Per-dimension numbers of a gather. They live inline up to eight dimensions, so that
+// gathering a small array allocates nothing.
+using Extents = boost::container::small_vector<size_t, 8>;
 
 // One element as a plain word of its size, so that a copy is a single move.
 template <size_t Size>
@@ -121,12 +128,12 @@ typedef int64_t Mask4x64 __attribute__((vector_size(32)));
 // The dimensions of a block with its dimensions of length 1 dropped (they don't change
 // the order), with the strides of each in the source and the target.
 struct Layout {
-    std::vector<size_t> shape;
-    std::vector<size_t> sourceStride;
-    std::vector<size_t> targetStride;
+    Extents shape;
+    Extents sourceStride;
+    Extents targetStride;
     size_t total = 1;
 
-    explicit Layout(const std::vector<size_t>& dims) {
+    explicit Layout(std::span<const size_t> dims) {
         for (const size_t d : dims) {
             total *= d;
             if (d != 1) shape.push_back(d);
@@ -144,7 +151,7 @@ struct Layout {
 template <typename Visit>
 [[gnu::always_inline]] inline void forEachPlane(const Layout& layout, Visit visit) {
     const size_t n = layout.shape.size();
-    std::vector<size_t> middle(n, 0);
+    Extents middle(n, 0);
     size_t from = 0;
     size_t to = 0;
     for (;;) {
@@ -235,15 +242,15 @@ constexpr size_t kRunBytes = 128;
 template <typename W>
 void gatherTiles(const W* source, W* target, const Layout& layout) {
     constexpr size_t kRun = std::max<size_t>(8, kRunBytes / sizeof(W));
-    const std::vector<size_t>& shape = layout.shape;
-    const std::vector<size_t>& sourceStride = layout.sourceStride;
-    const std::vector<size_t>& targetStride = layout.targetStride;
+    const Extents& shape = layout.shape;
+    const Extents& sourceStride = layout.sourceStride;
+    const Extents& targetStride = layout.targetStride;
     const size_t n = shape.size();
 
     // Tile extents: from the first dimension on, the target is contiguous; from the last
     // one down, the source. Each side takes whole dimensions until its run is long
     // enough; the dimensions in between are walked one at a time.
-    std::vector<size_t> tile(n, 1);
+    Extents tile(n, 1);
     size_t run = 1;
     for (size_t k = 0; k < n && run < kRun; ++k) {
         tile[k] = std::min(shape[k], (kRun + run - 1) / run);
@@ -263,9 +270,9 @@ void gatherTiles(const W* source, W* target, const Layout& layout) {
     const size_t inner = tile[0] >= tile[n - 1] ? 0 : n - 1;
     const size_t innerSource = sourceStride[inner];
     const size_t innerTarget = targetStride[inner];
-    std::vector<size_t> origin(n, 0);
-    std::vector<size_t> extent(n);
-    std::vector<size_t> position(n);
+    Extents origin(n, 0);
+    Extents extent(n);
+    Extents position(n);
     for (;;) {
         size_t from = 0;
         size_t to = 0;
@@ -307,7 +314,7 @@ void gatherTiles(const W* source, W* target, const Layout& layout) {
 }
 
 template <size_t Size>
-inline void gatherWords(const void* source, void* target, const std::vector<size_t>& dims) {
+inline void gatherWords(const void* source, void* target, std::span<const size_t> dims) {
     using W = WordOf<Size>;
     static_assert(sizeof(W) == Size);
     const auto* from = static_cast<const W*>(source);
@@ -325,7 +332,7 @@ inline void gatherWords(const void* source, void* target, const std::vector<size
 
 // Writes the row-major block `source` of `dims` into `target` in column-major order.
 // Elements of 1, 2, 4, 8 or 16 bytes; the blocks must not overlap.
-inline void gatherRowMajor(const void* source, void* target, size_t elementSize, const std::vector<size_t>& dims) {
+inline void gatherRowMajor(const void* source, void* target, size_t elementSize, std::span<const size_t> dims) {
     switch (elementSize) {
         case 1: return gatherWords<1>(source, target, dims);
         case 2: return gatherWords<2>(source, target, dims);

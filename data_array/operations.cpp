@@ -140,7 +140,7 @@ raw_buffer_t create_buffer(ArrayFactoryImpl* factory, ArrayType type, size_t cou
     return raw_buffer_t(data, deleter);
 }
 
-ArrayImpl* create_array_from_buffer(ArrayFactoryImpl* factory, ArrayType type, const std::vector<size_t>& dims,
+ArrayImpl* create_array_from_buffer(ArrayFactoryImpl* factory, ArrayType type, std::span<const size_t> dims,
                                     raw_buffer_t buffer, MemoryLayout layout) {
     ArrayImpl* array = nullptr;
     const buffer_deleter_t deleter = buffer.get_deleter();

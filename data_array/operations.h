@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "data_array/buffer.h"
@@ -39,10 +40,10 @@ raw_buffer_t create_buffer(ArrayFactoryImpl* factory, ArrayType type, size_t cou
 // The buffer is spent whatever the outcome: it is the library's once handed over, and
 // freed here if the request is refused before that.
 ArrayImpl* create_array_from_buffer(ArrayFactoryImpl* factory, ArrayType type,
-                                    const std::vector<size_t>& dims, raw_buffer_t buffer,
+                                    std::span<const size_t> dims, raw_buffer_t buffer,
                                     MemoryLayout layout);
 
 // Throws std::length_error unless `numElements` is the product of `dims`.
-void check_block_size(const std::vector<size_t>& dims, size_t numElements);
+void check_block_size(std::span<const size_t> dims, size_t numElements);
 
 }  // namespace kerova::data::detail

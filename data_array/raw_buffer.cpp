@@ -5,7 +5,7 @@
 
 namespace kerova::data::detail {
 
-void check_block_size(const std::vector<size_t>& dims, size_t numElements) {
+void check_block_size(std::span<const size_t> dims, size_t numElements) {
     size_t product = 1;
     for (const size_t d : dims) {
         if (__builtin_mul_overflow(product, d, &product)) {

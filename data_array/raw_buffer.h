@@ -14,7 +14,7 @@ namespace kerova::data {
 
 // Writes the row-major block `source` of `dims` into `target` in column-major order.
 template <typename T>
-void gatherRowMajor(const T* source, T* target, const std::vector<size_t>& dims) {
+void gatherRowMajor(const T* source, T* target, DimensionSpan dims) {
     gather::gatherRowMajor(source, target, sizeof(T), dims);
 }
 
@@ -33,7 +33,7 @@ buffer_ptr_t<T> requestBlock(ArrayFactory& factory, size_t count) {
 // A new column-major array holding the row-major block `data` of `dims`. The block is
 // left to its owner. `numElements` must be the product of `dims`.
 template <typename T>
-TypedArray<T> makeColumnMajorFromRowMajor(ArrayFactory& factory, const T* data, const std::vector<size_t>& dims,
+TypedArray<T> makeColumnMajorFromRowMajor(ArrayFactory& factory, const T* data, DimensionSpan dims,
                                           size_t numElements) {
     detail::check_block_size(dims, numElements);
     buffer_ptr_t<T> gathered = factory.createBuffer<T>(numElements);
@@ -45,7 +45,7 @@ TypedArray<T> makeColumnMajorFromRowMajor(ArrayFactory& factory, const T* data, 
 // than two elements, gathered into a new block otherwise.
 template <typename T>
 TypedArray<T> makeArrayFromRawBlock(buffer_ptr_t<T> buffer, bool isColumnMajor, ArrayFactory& factory,
-                                    std::vector<size_t> dims, size_t numElements) {
+                                    DimensionSpan dims, size_t numElements) {
     if (numElements >= 2 && !isColumnMajor) {
         return makeColumnMajorFromRowMajor<T>(factory, buffer.get(), dims, numElements);
     }

@@ -200,7 +200,7 @@ buffer_ptr_t<T> ArrayFactory::createBuffer(size_t count) {
 }
 
 template <typename T>
-TypedArray<T> ArrayFactory::createArrayFromBuffer(std::vector<size_t> dims, buffer_ptr_t<T> buffer,
+TypedArray<T> ArrayFactory::createArrayFromBuffer(DimensionSpan dims, buffer_ptr_t<T> buffer,
                                                   MemoryLayout layout) {
     return TypedArray<T>(detail::create_array_from_buffer(pImpl.get(), array_type_v<T>, dims,
                                                           detail::erase_type(std::move(buffer)), layout));

@@ -169,7 +169,7 @@ int assignSubArray(MDACursor& cursor, int64_t index, PyObject* value) {
     MDArrayWrapper& store = *cursor.m_store;
     const auto n = static_cast<size_t>(cursor.m_numberOfIntegerIndicesSoFar);
     const auto nDim = static_cast<size_t>(store.nDim());
-    const std::vector<uint64_t>& dims = values.dims();
+    const Dims& dims = values.dims();
     if (dims.size() != nDim - n - 1) return raiseShapeMismatch();
     for (size_t k = 0; k < dims.size(); ++k) {
         if (dims[k] != static_cast<uint64_t>(store.shape()[n + 1 + k])) return raiseShapeMismatch();

@@ -1,6 +1,7 @@
 // The factory: new arrays, raw buffers, and arrays made from raw buffers.
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <stdexcept>
 
 #include "data_array/gather.h"
@@ -15,12 +16,12 @@ constexpr int kColumnMajor = static_cast<int>(kerova::data::MemoryLayout::COLUMN
 constexpr int kRowMajor = static_cast<int>(kerova::data::MemoryLayout::ROW_MAJOR);
 
 // The two orders agree when at most one axis is longer than 1.
-bool ordersDiffer(const std::vector<std::size_t>& dims) {
+bool ordersDiffer(std::span<const std::size_t> dims) {
     return std::count_if(dims.begin(), dims.end(), [](std::size_t d) { return d > 1; }) > 1;
 }
 
 // A column-major copy of a row-major block of count elements.
-Block columnMajorFromRowMajor(const Block& source, const std::vector<std::size_t>& dims, std::size_t count,
+Block columnMajorFromRowMajor(const Block& source, std::span<const std::size_t> dims, std::size_t count,
                               std::size_t elementSize) {
     Block target = allocateBlock(count, elementSize);
     kerova::data::gather::gatherRowMajor(source.get(), target.get(), elementSize, dims);
@@ -51,12 +52,12 @@ int createFromBuffer(int type, const std::size_t* dims, std::size_t dimCount, vo
         return fn::SYSTEM_ERROR;
     }
     return guarded([&] {
-        std::vector<std::size_t> shape(dims, dims + dimCount);
+        const std::span<const std::size_t> shape(dims, dimCount);
         if (layout == kRowMajor && *count > 1 && ordersDiffer(shape)) {
             // The source block ends here, through its own deleter.
             storage = columnMajorFromRowMajor(storage, shape, *count, kind->size);
         }
-        *out = new ArrayImpl{type, kind, std::move(shape), *count, std::move(storage)};
+        *out = new ArrayImpl{type, kind, {shape.begin(), shape.end()}, *count, std::move(storage)};
         return fn::OK;
     });
 }

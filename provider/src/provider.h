@@ -8,6 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 #include "data_array/function_table.h"
 
 namespace kerova::provider {
@@ -81,7 +83,7 @@ struct ArrayFactoryImpl {};
 struct ArrayImpl {
     int type;
     const kerova::provider::KindInfo* kind;
-    std::vector<std::size_t> dims;
+    boost::container::small_vector<std::size_t, 4> dims;  // inline for everyday arrays
     std::size_t count;                  // product of dims
     kerova::provider::Block storage;    // count elements, column-major; may be null if count is 0
 
