@@ -150,13 +150,13 @@ bool MDAInitializer<T>::copyFromBuffer(const Py_buffer& view) {
             const auto* source = static_cast<const unsigned char*>(view.buf);
             auto* target = reinterpret_cast<unsigned char*>(block.get());
             if (gather) {
-                data::gatherRowMajor(source, target, std::vector<size_t>(shape.begin(), shape.end()));
+                data::gatherRowMajor(source, target, data::DimensionSpan(shape.data(), shape.size()));
                 source = target;
             }
             for (size_t i = 0; i < count; ++i) target[i] = source[i] != 0;
         } else if (gather) {
             data::gatherRowMajor(static_cast<const T*>(view.buf), block.get(),
-                                 std::vector<size_t>(shape.begin(), shape.end()));
+                                 data::DimensionSpan(shape.data(), shape.size()));
         } else {
             std::memcpy(static_cast<void*>(block.get()), view.buf, count * sizeof(T));
         }
