@@ -226,7 +226,7 @@ int assignRegion(MDACursor& cursor, SliceIndexItem item, PyObject* value, int64_
         if (!composeSliceIndex(cursor, item, len)) return -1;
         region.m_indexItems.pop_back();
     }
-    if (!pushSliceIndex(region, item)) return -1;
+    pushSliceIndex(region, item);
     MDArrayWrapper& store = *cursor.m_store;
     std::vector<int64_t> coordinates = startCoordinates(region, static_cast<size_t>(store.nDim()));
 

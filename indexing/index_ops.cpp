@@ -201,25 +201,12 @@ bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t le
     return true;
 }
 
-bool pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item) {
+void pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item) {
     ++cursor.m_numberOfIntegerIndicesSoFar;
-    if (cursor.endsInSlice()) {
-        const int64_t len = cursor.finalSlice().m_slice_len.value_or(-1);
-        if (len < 0) return false;
-        if (!mapIndexThroughSlice(cursor, item, len)) return false;
-    }
     cursor.m_indexItems.emplace_back(item);
-    return true;
 }
 
-bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item) {
-    if (cursor.endsInSlice()) {
-        const int64_t len = cursor.finalSlice().m_slice_len.value_or(-1);
-        if (!composeSliceIndex(cursor, item, len)) return false;
-    }
-    cursor.m_indexItems.emplace_back(item);
-    return true;
-}
+void pushSliceIndex(MDACursor& cursor, SliceIndexItem item) { cursor.m_indexItems.emplace_back(item); }
 
 std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor) {
     std::vector<int64_t> indices;

@@ -26,8 +26,10 @@ std::vector<int64_t> sliceIndexValues(const SliceIndexItem& item);
 int64_t currentDimensionLength(const MDACursor& cursor);
 bool mapIndexThroughSlice(const MDACursor& cursor, IntegerIndexItem& item, int64_t len);
 bool composeSliceIndex(const MDACursor& cursor, SliceIndexItem& item, int64_t len);
-bool pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item);
-bool pushSliceIndex(MDACursor& cursor, SliceIndexItem item);
+// Append a record to a cursor that does not end in a slice: a final slice is folded
+// into the new record first (mapIndexThroughSlice, composeSliceIndex) and dropped.
+void pushIntegerIndex(MDACursor& cursor, IntegerIndexItem item);
+void pushSliceIndex(MDACursor& cursor, SliceIndexItem item);
 // The integer records in front of the first open dimension; empty with RuntimeError set
 // when a slice stands among them.
 std::optional<std::vector<int64_t>> integerIndices(const MDACursor& cursor);

@@ -115,9 +115,7 @@ PyObject* readInteger(const MDACursor& parent, Py_ssize_t index) {
     PyRef object = PyRef::steal(newObjectWithCursorCopy(parent, cursor));
     if (!object) return nullptr;
     if (dropSlice) cursor->m_indexItems.pop_back();
-    // What pushIntegerIndex does for a list that no longer ends in a slice.
-    ++cursor->m_numberOfIntegerIndicesSoFar;
-    cursor->m_indexItems.emplace_back(record);
+    pushIntegerIndex(*cursor, record);
     return object.release();
 }
 
@@ -154,7 +152,7 @@ PyObject* readByIndexObject(PyObject* self, PyObject* index) {
     PyRef object = PyRef::steal(newObjectWithCursorCopy(*parent, cursor));
     if (!object) return nullptr;
     if (dropSlice) cursor->m_indexItems.pop_back();
-    if (!pushSliceIndex(*cursor, item)) return nullptr;
+    pushSliceIndex(*cursor, item);
     return object.release();
 }
 

@@ -85,7 +85,7 @@ PyObject* flattened(PyObject* self, FlattenMode mode) {
                                 false, true);
     if (row == nullptr) return nullptr;
     reinterpret_cast<ArrayObject*>(result.get())->m_cursor = row;
-    if (!pushIntegerIndex(*row, IntegerIndexItem{0, false})) return nullptr;
+    pushIntegerIndex(*row, IntegerIndexItem{0, false});
     return result.release();
 }
 
