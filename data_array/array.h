@@ -3,8 +3,8 @@
 
 #include <complex>
 #include <cstddef>
-#include <memory>
 #include <initializer_list>
+#include <memory>
 #include <span>
 #include <vector>
 
