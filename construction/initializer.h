@@ -88,6 +88,8 @@ public:
     // A library block holding the scanned elements, in column-major order when there are
     // two or more; MemoryError when the block can't be had.
     Block outputBufferFromElements();
+    // MemoryError for a block of `count` elements of this kind.
+    static void raiseNoMemory(const std::string& count);
     // The dimensions of the array to build: those of `size` if given, the found ones otherwise.
     std::span<const size_t> arrayDims() const {
         static_assert(std::is_same_v<Dims::value_type, size_t>, "a shape is read as the library's dimensions");
@@ -111,7 +113,6 @@ private:
     void setDefaultShape();
     Block zeroFilledForSize();
     bool raiseSizeMismatch(PyObject* exceptionType) const;
-    static void raiseNoMemory(const std::string& count);
 
     Dims m_size;
     Dims m_dims;

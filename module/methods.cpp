@@ -7,6 +7,7 @@
 #include <new>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 #include <variant>
 
 #include "core/barrier.h"
@@ -122,10 +123,10 @@ PyObject* methodClone(PyObject* self, PyObject*) {
     if (cursor == nullptr) return nullptr;
     PyRef result = PyRef::steal(newArrayObject(cursor->m_supportedArrayEnum));
     if (!result) return nullptr;
-    const std::optional<data::Array> copy = cursor->getIndexedArrayAsMDA(0, true);
+    std::optional<data::Array> copy = cursor->getIndexedArrayAsMDA(0, true);
     if (!copy) return nullptr;
-    MDACursor* cloned =
-        makeCursor(*copy, cursor->m_supportedArrayEnum, cursor->m_isComplex, cursor->m_store->order() == 'F');
+    MDACursor* cloned = makeCursor(std::move(*copy), cursor->m_supportedArrayEnum, cursor->m_isComplex,
+                                   cursor->m_store->order() == 'F');
     if (cloned == nullptr) return nullptr;
     reinterpret_cast<ArrayObject*>(result.get())->m_cursor = cloned;
     return result.release();

@@ -135,6 +135,14 @@ MUTANTS = [
            "repr of a complex array loses its blank"),
     Mutant("I17", "indexing/to_list.cpp", "const int64_t end = std::min(rows, first + kTile);",
            "const int64_t end = std::min(rows, first + kTile - 1);", "nested lists skip a row per tile of 16"),
+    Mutant("I18", "indexing/materialize.cpp", "        bits |= 0x00400000u;\n", "",
+           "a clone keeps a signalling NaN of a single"),
+    Mutant("I19", "indexing/materialize.cpp", "    if constexpr (kReturnsUnchanged<T>) {\n        if (sharesStoreArray",
+           "    if constexpr (true) {\n        if (sharesStoreArray", "a whole single array is shared as it is"),
+    Mutant("I20", "indexing/materialize.cpp", "reversed.lengths.assign(view.lengths.rbegin(), view.lengths.rend());",
+           "reversed.lengths.assign(view.lengths.begin(), view.lengths.end());", "a part is copied in row order"),
+    Mutant("I21", "indexing/materialize.cpp", "    if (cursorView.endsInSlice && cursorView.inStore < view.lengths[0]) return result;\n",
+           "", "a slice past a reshaped store is copied"),
 
     # core/: reshape, buffer export
     Mutant("K01", "core/reshape.cpp", "readDimensionList(value, 2)", "readDimensionList(value, 1)",
