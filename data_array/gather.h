@@ -234,6 +234,9 @@ inline void transposePlanesOf(const W* source, W* target, const Layout& layout) 
 
 // ---- Any shape
 
+// Planes of at most this many elements are moved one by one, in target order.
+constexpr size_t kSmallPlane = 64;
+
 // Contiguous run, in bytes, that a tile covers on each side.
 constexpr size_t kRunBytes = 128;
 
@@ -323,6 +326,13 @@ inline void gatherWords(const void* source, void* target, std::span<const size_t
     if (layout.total == 0) return;
     if (layout.shape.size() < 2) {
         std::copy_n(from, layout.total, to);
+    } else if (layout.shape.size() == 2 && layout.total <= kSmallPlane) {
+        // A small plane, such as a 3x3 one: planning tiles would cost more than the moves.
+        const size_t rows = layout.shape[0];
+        const size_t columns = layout.shape[1];
+        for (size_t j = 0; j < columns; ++j) {
+            for (size_t i = 0; i < rows; ++i) to[i + j * rows] = from[i * columns + j];
+        }
     } else if (layout.shape.front() >= 4 && layout.shape.back() >= 4) {
         transposePlanesOf(from, to, layout);
     } else {
