@@ -235,7 +235,7 @@ inline void transposePlanesOf(const W* source, W* target, const Layout& layout) 
 // ---- Any shape
 
 // Planes of at most this many elements are moved one by one, in target order.
-constexpr size_t kSmallPlane = 64;
+constexpr size_t kSmallPlane = 128;
 
 // Contiguous run, in bytes, that a tile covers on each side.
 constexpr size_t kRunBytes = 128;

@@ -53,7 +53,7 @@ TEST_P(Gather, MatchesTheOffsetList) {
 
 // Every element size; dimensions of 1, none and one dimension; shapes whose tiles are cut short at the edges, with the
 // inner loop along either side; planes of 4x4 blocks with rows and columns left over, one plane or many; and the
-// small planes moved one by one (3x21), beside one just past their limit (22x3).
+// small planes moved one by one (3x42), beside one just past their limit (43x3).
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Gather,
     testing::Values(GatherCase{{2, 3}, 8}, GatherCase{{5}, 8}, GatherCase{{2, 3, 4}, 4}, GatherCase{{3, 1}, 2},
@@ -62,7 +62,7 @@ INSTANTIATE_TEST_SUITE_P(
                     GatherCase{{1000, 1001}, 8}, GatherCase{{3, 333, 1001}, 16}, GatherCase{{999, 7, 5, 3}, 4},
                     GatherCase{{2, 500, 2}, 8}, GatherCase{{37, 6, 45}, 8}, GatherCase{{9, 130}, 16},
                     GatherCase{{66, 7, 13}, 4}, GatherCase{{5, 5}, 8}, GatherCase{{4, 4}, 4},
-                    GatherCase{{130, 3, 70}, 2}, GatherCase{{3, 21}, 8}, GatherCase{{22, 3}, 8}));
+                    GatherCase{{130, 3, 70}, 2}, GatherCase{{3, 42}, 8}, GatherCase{{43, 3}, 8}));
 
 // Processors with 32-byte vectors take their own road for 8-byte elements; the 16-byte
 // road and the tiled walk must agree with it.
