@@ -169,6 +169,16 @@ bool scanDepthFits(size_t levels) {
     return fits;
 }
 
+// The array of a filled block of `count` elements with the sub-array's dimensions `dims`.
+// Elements in one dimension of n make a 1-by-n array where `rowVectorOfOneDimension`.
+template <typename T>
+data::Array arrayOfBlock(data::buffer_ptr_t<T> block, bool columnMajor, std::vector<size_t> dims, size_t count,
+                         bool rowVectorOfOneDimension) {
+    if (count > 0 && rowVectorOfOneDimension && dims.size() == 1) dims = {1, dims[0]};
+    return data::Array(
+        data::makeArrayFromRawBlock<T>(std::move(block), columnMajor, sharedFactory(), std::move(dims), count));
+}
+
 struct Materialized {
     bool taken = false;                // false: the Python road decides, no error set
     std::optional<data::Array> array;  // when taken: the array, or nothing with the error set
@@ -199,16 +209,14 @@ Materialized materializeDirect(const MDACursor& cursor, bool rowVectorOfOneDimen
     if (count == 0 || !scanDepthFits(view.levels())) return result;
 
     result.taken = true;
-    data::ArrayFactory& factory = sharedFactory();
-    data::buffer_ptr_t<T> block = data::requestBlock<T>(factory, count);
+    data::buffer_ptr_t<T> block = data::requestBlock<T>(sharedFactory(), count);
     if (!block) {
         MDAInitializer<T>::raiseNoMemory(std::to_string(count));
         return result;
     }
     gatherColumnMajor<T>(view, block.get(), count);
-    std::vector<size_t> dims(view.lengths.begin(), view.lengths.end());
-    if (rowVectorOfOneDimension && dims.size() == 1) dims = {1, dims[0]};
-    result.array = data::Array(data::makeArrayFromRawBlock<T>(std::move(block), true, factory, std::move(dims), count));
+    result.array = arrayOfBlock<T>(std::move(block), true, {view.lengths.begin(), view.lengths.end()}, count,
+                                   rowVectorOfOneDimension);
     return result;
 }
 
@@ -227,7 +235,6 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
         if (!initializer.scan(list.get(), false)) return std::nullopt;
 
         std::vector<size_t> dims(initializer.dims().begin(), initializer.dims().end());
-        if (rowVectorOfOneDimension && dims.size() == 1) dims = {1, dims[0]};
         const size_t count = initializer.elementCount();
 
         std::optional<data::buffer_ptr_t<T>> buffer = initializer.outputBufferFromElements();
@@ -243,9 +250,8 @@ std::optional<data::Array> materializePartial(const MDACursor& cursor, int32_t /
             dims.assign(whole.begin(), whole.end());
             dims[0] = 0;
         }
-        data::ArrayFactory& factory = sharedFactory();
-        return data::Array(data::makeArrayFromRawBlock<T>(std::move(*buffer), initializer.isColumnMajor(), factory,
-                                                          std::move(dims), count));
+        return arrayOfBlock<T>(std::move(*buffer), initializer.isColumnMajor(), std::move(dims), count,
+                               rowVectorOfOneDimension);
     }
 }
 
